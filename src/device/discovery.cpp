@@ -1,0 +1,99 @@
+#include "device/discovery.h"
+
+#include "device/protocol.h"
+#include "platform/port_numbering.h"
+#include "platform/qt_serial_link.h"
+#include "platform/waits.h"
+
+#include <thread>
+
+namespace veltro {
+
+bool PortTest(SerialLink& link)
+{
+    const bool ok = link.open();
+    link.close();
+    return ok;
+}
+
+std::int32_t portmap2maf(SerialLink& link)
+{
+    if (!link.open())
+        return 0;
+    std::int32_t firmware = 0;
+    const Handshake hs = resetHandshake(link, kRequestIdentify, waits::kEchoAttempts,
+                                        waits::kProbeEchoPerAttempt);
+    if (hs.ok) {
+        link.discardInput();
+        if (waitForBytes(link, kImageSize, waits::kImage)) {
+            const Bytes image = link.readAll();
+            if (byteSum(image, 0, kImageFileSize - 1) == image[kImageChecksumPos])
+                firmware = MakeWord04(image[kPosFirmwareLo], image[kPosFirmwareHi]);
+        }
+    }
+    link.close();
+    return firmware;
+}
+
+std::string controllerEntryText(int port, std::int32_t firmware)
+{
+    return "VELTRO FW V" + std::to_string(firmware) + " (COMPORT: " + std::to_string(port) + ")";
+}
+
+std::string freePortEntryText(int port)
+{
+    return "COM" + std::to_string(port) + " verfügbar";
+}
+
+ScanResult scanPorts(const std::map<int, std::string>& ports, const LinkMaker& makeLink)
+{
+    struct Probe {
+        int port;
+        std::string location;
+        bool opens = false;
+        std::int32_t firmware = 0;
+    };
+    std::vector<Probe> probes;
+    for (const auto& [port, location] : ports)
+        if (port >= kFirstPortNumber && port <= kLastPortNumber)
+            probes.push_back({port, location});
+
+    // A silent port costs the whole echo wait, so every port is probed at the same time;
+    // the results are then taken in ascending order.
+    std::vector<std::thread> threads;
+    threads.reserve(probes.size());
+    for (Probe& p : probes) {
+        threads.emplace_back([&p, &makeLink] {
+            auto link = makeLink(p.location);
+            p.opens = PortTest(*link);
+            if (p.opens)
+                p.firmware = portmap2maf(*link);
+        });
+    }
+    for (auto& t : threads)
+        t.join();
+
+    ScanResult result;
+    for (const Probe& p : probes) {
+        if (!p.opens)
+            continue;
+        ScanEntry e{p.port, p.firmware, {}, p.location};
+        if (p.firmware > 0) {
+            e.text = controllerEntryText(p.port, p.firmware);
+            result.selected = int(result.entries.size());
+        } else {
+            e.text = freePortEntryText(p.port);
+        }
+        result.entries.push_back(std::move(e));
+    }
+    return result;
+}
+
+ScanResult scanMachinePorts()
+{
+    return scanPorts(numberedPorts(), [](const std::string& location) {
+        return std::make_unique<QtSerialLink>(location);
+    });
+}
+
+} // namespace veltro

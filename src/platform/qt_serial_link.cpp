@@ -1,0 +1,202 @@
+#include "platform/qt_serial_link.h"
+
+#include "platform/port_numbering.h"
+
+#include <algorithm>
+
+#ifdef Q_OS_LINUX
+#include <linux/serial.h>
+#include <sys/ioctl.h>
+#endif
+
+namespace veltro {
+
+bool isFatalPortError(QSerialPort::SerialPortError error)
+{
+    switch (error) {
+    case QSerialPort::ResourceError:       // device vanished (unplugged USB adapter, closed pty)
+    case QSerialPort::DeviceNotFoundError:
+    case QSerialPort::PermissionError:
+    case QSerialPort::NotOpenError:
+        return true;
+    default:
+        return false;
+    }
+}
+
+QtSerialLink::QtSerialLink(std::string systemLocation, qint32 baudRate)
+    : location_(std::move(systemLocation)), baud_(baudRate)
+{
+}
+
+QtSerialLink::~QtSerialLink()
+{
+    close();
+}
+
+bool QtSerialLink::open()
+{
+    close();
+    error_.clear();
+    lost_ = false;
+    if (location_.empty()) {
+        error_ = "Port nicht vorhanden";
+        return false;
+    }
+    port_ = std::make_unique<QSerialPort>();
+    port_->setPortName(QString::fromStdString(location_));
+    port_->setBaudRate(baud_);
+    port_->setDataBits(QSerialPort::Data8);
+    port_->setParity(QSerialPort::NoParity);
+    port_->setStopBits(QSerialPort::OneStop);
+    port_->setFlowControl(QSerialPort::NoFlowControl);
+    port_->setReadBufferSize(0);
+    if (!port_->open(QIODevice::ReadWrite)) {
+        error_ = port_->errorString().toStdString();
+        port_.reset();
+        return false;
+    }
+    // Pseudo-terminals and some adapters refuse line controls ("Inappropriate ioctl for
+    // device"); that is a warning, not a failed open.
+    if (!port_->setRequestToSend(true))
+        port_->clearError();
+#ifdef Q_OS_LINUX
+    // USB-serial adapters hold back lone bytes for up to 16 ms unless asked for low latency.
+    serial_struct ss{};
+    if (::ioctl(port_->handle(), TIOCGSERIAL, &ss) == 0) {
+        ss.flags |= ASYNC_LOW_LATENCY;
+        ::ioctl(port_->handle(), TIOCSSERIAL, &ss);
+    }
+#endif
+    return true;
+}
+
+void QtSerialLink::close()
+{
+    if (port_) {
+        if (port_->isOpen())
+            port_->close();
+        port_.reset();
+    }
+}
+
+bool QtSerialLink::isOpen() const
+{
+    return port_ && port_->isOpen();
+}
+
+std::string QtSerialLink::errorText() const
+{
+    return error_;
+}
+
+bool QtSerialLink::lost() const
+{
+    return lost_;
+}
+
+void QtSerialLink::noteError()
+{
+    if (!port_) return;
+    const auto err = port_->error();
+    if (err == QSerialPort::NoError || err == QSerialPort::TimeoutError) {
+        port_->clearError();
+        return;
+    }
+    error_ = port_->errorString().toStdString();
+    if (isFatalPortError(err)) {
+        lost_ = true;
+        port_->close();
+    } else {
+        port_->clearError();
+    }
+}
+
+bool QtSerialLink::write(const std::uint8_t* data, std::size_t size)
+{
+    if (!isOpen() || lost_) return false;
+    const qint64 n = port_->write(reinterpret_cast<const char*>(data), qint64(size));
+    if (n != qint64(size)) {
+        noteError();
+        lost_ = true;
+        return false;
+    }
+    // Nothing pumps the port's write buffer on a worker thread but this wait.
+    while (port_->bytesToWrite() > 0) {
+        if (!port_->waitForBytesWritten(1000)) {
+            noteError();
+            if (lost_ || !port_->isOpen()) return false;
+            if (port_->bytesToWrite() > 0) {
+                error_ = "Schreiben auf den Port blockiert";
+                lost_ = true;
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+void QtSerialLink::pull()
+{
+    if (!isOpen()) return;
+    if (!port_->waitForReadyRead(0))
+        noteError();
+}
+
+std::size_t QtSerialLink::bytesWaiting()
+{
+    if (!isOpen()) return 0;
+    pull();
+    return port_ ? std::size_t(port_->bytesAvailable()) : 0;
+}
+
+std::vector<std::uint8_t> QtSerialLink::readAll()
+{
+    if (!isOpen()) return {};
+    pull();
+    if (!port_) return {};
+    const QByteArray data = port_->readAll();
+    return std::vector<std::uint8_t>(data.begin(), data.end());
+}
+
+void QtSerialLink::discardInput()
+{
+    if (!isOpen()) return;
+    pull();
+    if (!port_) return;
+    port_->clear(QSerialPort::Input);
+    port_->readAll();
+}
+
+bool QtSerialLink::waitForData(Deadline deadline)
+{
+    if (!isOpen()) return false;
+    const qint64 before = port_->bytesAvailable();
+    for (;;) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+        const int ms = int(std::max<std::int64_t>(0, left.count()));
+        if (port_->waitForReadyRead(ms)) {
+            if (port_->bytesAvailable() > before) return true;
+        } else {
+            noteError();
+            if (!isOpen()) return false;
+        }
+        if (Clock::now() >= deadline)
+            return port_->bytesAvailable() > 0;
+    }
+}
+
+std::unique_ptr<SerialLink> PortSerialLinkFactory::create(int portNumber)
+{
+    return std::make_unique<QtSerialLink>(portLocation(portNumber));
+}
+
+bool canOpenPort(const std::string& systemLocation)
+{
+    QtSerialLink link(systemLocation);
+    const bool ok = link.open();
+    link.close();
+    return ok;
+}
+
+} // namespace veltro

@@ -1,0 +1,190 @@
+// The controller's serial behaviour as a pure, byte-driven model: no file descriptors, no
+// threads, time passed in by the caller. VirtualController puts it behind a pseudo-terminal;
+// tests can also drive it directly.
+//
+// What the controller does on its serial line:
+//   200 (0xC8)  echo 200, restart (reset delay), send the 1028-byte image
+//   199 (0xC7)  echo 199, restart, send the 129-byte data block
+//   128 (0x80)  echo 128, restart, send one 16-bit word, low byte first
+//   0x7B / 0x7C echo the mode byte, start the bootloader (firmware / configuration),
+//               send 0x15 when ready, then take 132-byte blocks:
+//               0x01, block byte, complement byte, 128 data bytes, checksum;
+//               ACK 0x06 or NAK 0x15 each; 0x04 ends the transfer, 0x18 cancels it.
+// Anything else is ignored. While an identification or readout answer is still going out
+// the controller is restarting and does not listen.
+#pragma once
+
+#include <array>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <optional>
+#include <vector>
+
+namespace veltro::sim {
+
+using Clock = std::chrono::steady_clock;
+using Bytes = std::vector<std::uint8_t>;
+
+// Time a number of bytes take on a 921600-baud line with 10 bits per byte (about 10.85 us each).
+std::chrono::nanoseconds wireTime(std::size_t byteCount);
+
+namespace wire {
+inline constexpr std::uint8_t Identify = 200;
+inline constexpr std::uint8_t DataBlock = 199;
+inline constexpr std::uint8_t Word = 128;
+inline constexpr std::uint8_t FirmwareMode = 0x7B;
+inline constexpr std::uint8_t ConfigurationMode = 0x7C;
+inline constexpr std::uint8_t Soh = 0x01;
+inline constexpr std::uint8_t Eot = 0x04;
+inline constexpr std::uint8_t Ack = 0x06;
+inline constexpr std::uint8_t Nak = 0x15;  // also the bootloader's "ready"
+inline constexpr std::uint8_t Can = 0x18;
+inline constexpr std::size_t ImageSize = 1028;
+inline constexpr std::size_t DataBlockSize = 129;
+inline constexpr std::size_t FrameSize = 132;
+inline constexpr std::size_t BlockDataSize = 128;
+}  // namespace wire
+
+// The single-byte requests the controller answers with an echo.
+enum class Request { Identify, DataBlock, Word, Bootloader };
+
+// Faults of one kind of request.
+struct AnswerFaults {
+    bool silent = false;       // never answers (the request is counted, nothing is sent)
+    int echoFromRequest = 1;   // answers only the k-th request in a row; the k-1 before are ignored
+                               // (the count starts again after each answered request)
+    bool wrongChecksum = false;               // the answer's checksum byte is one too high
+    std::optional<std::size_t> shortAnswer;   // only this many bytes of the answer after the echo
+    Bytes garbageBeforeEcho;                  // sent in the same write as the echo
+    int garbageRequests = -1;                 // how many answered requests carry it (-1: all)
+};
+
+// Faults of the bootloader. Blocks are counted as the controller counts them, from 1.
+struct BootFaults {
+    bool noHandshake = false;        // echoes the mode byte but never sends the ready byte
+    std::map<int, int> nakBlock;     // block -> how many times a correct frame is refused
+    int silentFromBlock = 0;         // no answer to this block and all later ones (0: off)
+    int garbledBlock = 0;            // this block is answered once with garbledByte (0: off)
+    std::uint8_t garbledByte = 0x41;
+    int unplugAfterBlock = 0;        // after ACKing this block, the next byte from the tool
+                                     // finds the line gone (0: off)
+};
+
+// One frame as the bootloader received it.
+struct ReceivedFrame {
+    int block = 0;                  // the block number the controller expected
+    Bytes bytes;                    // the 132 bytes
+    std::optional<std::uint8_t> answer;  // what it sent back, if anything
+};
+
+// What the bootloader has seen since the last mode byte it accepted.
+struct BootReport {
+    std::uint8_t mode = 0;          // 0x7B, 0x7C, or 0 before any transfer
+    Bytes image;                    // data of the accepted blocks, in order
+    int blocksAccepted = 0;
+    int naks = 0;                   // every 0x15 sent after a frame, forced or not
+    bool complete = false;          // 0x04 received
+    bool cancelled = false;         // 0x18 received
+    std::vector<ReceivedFrame> frames;
+};
+
+class DeviceModel {
+public:
+    DeviceModel();
+
+    // --- identification image (1028 bytes; the checksum at 1027 is computed when sent) ---
+    void setConfiguration(const Bytes& data);  // positions 0.. (at most 1008 bytes)
+    void setImageByte(std::size_t position, std::uint8_t value);  // 0..1026
+    void setSerial(std::uint32_t serial);      // 0x1A2B3C4D: byte 1008 = 0x1A ... 1011 = 0x4D
+    void setLayout(std::uint8_t value);        // byte 1012
+    void setHardware(std::uint8_t value);      // byte 1013
+    void setControllerType(std::uint8_t value);  // byte 1014
+    void setFirmware(std::uint16_t value);     // bytes 1024 (low), 1025 (high)
+    Bytes image() const;                       // as sent without faults
+
+    // --- data block (129 bytes) and word readouts ---
+    void setDataBlockByte(std::size_t position, std::uint8_t value);  // 0..127
+    void setManufacturingDate(int year, int month, int day);  // bytes 0..2, year 2023 -> 223
+    void setDataSerialByte(std::uint8_t value);               // byte 3
+    void setLambdaCalibration(std::uint16_t value);           // bytes 6 (low), 7 (high)
+    Bytes dataBlock() const;
+    void setWord(std::uint16_t value);
+
+    // --- timing and faults ---
+    void setResetDelay(Clock::duration delay);      // echo -> answer (default 20 ms)
+    void setHandshakeDelay(Clock::duration delay);  // mode echo -> ready byte (default 20 ms)
+    void setLineRate(bool on);                      // pace everything like a 921600-baud wire
+    void setSilent(bool on);                        // hears nothing, answers nothing
+    void setFaults(Request request, const AnswerFaults& faults);
+    AnswerFaults faults(Request request) const;
+    void setBootFaults(const BootFaults& faults);
+    void unplug();                                  // the line goes away now
+
+    // --- driving ---
+    void receive(std::uint8_t byte, Clock::time_point arrival);
+    void receive(const Bytes& bytes, Clock::time_point arrival);
+
+    struct Output {
+        Bytes bytes;                               // to be written now
+        bool unplug = false;                       // then close the line
+        std::optional<Clock::time_point> wake;     // call take() again then
+    };
+    Output take(Clock::time_point now);
+    bool unplugged() const { return unplugged_; }
+
+    // --- inspection ---
+    int requestCount(Request request) const;
+    const Bytes& received() const { return received_; }
+    const BootReport& boot() const { return boot_; }
+
+private:
+    enum class Mode { Command, Bootloader };  // the terminal and tunnel modes will join here
+
+    struct Emission {
+        Bytes bytes;
+        Clock::time_point earliest;
+        Clock::duration gap{};   // quiet time after the previous emission has gone out
+        bool unplugAfter = false;
+        bool started = false;
+        Clock::time_point start;
+        std::size_t sent = 0;
+    };
+
+    void onCommandByte(std::uint8_t byte, Clock::time_point t);
+    void onBootByte(std::uint8_t byte, Clock::time_point t);
+    void checkFrame(Clock::time_point t);
+    // Counts the request and applies silence and late echo; true when it is to be answered.
+    bool takesRequest(Request request);
+    void answer(Request request, std::uint8_t echo, Bytes reply, Clock::time_point t);
+    void sendOut(Bytes bytes, Clock::time_point earliest, Clock::duration gap = {});
+    void emitUnplug(Clock::time_point earliest);
+
+    Mode mode_ = Mode::Command;
+    Bytes image_;
+    Bytes dataBlock_;
+    std::uint16_t word_ = 0x1234;
+    Clock::duration resetDelay_ = std::chrono::milliseconds(20);
+    Clock::duration handshakeDelay_ = std::chrono::milliseconds(20);
+    bool lineRate_ = false;
+    bool silent_ = false;
+    bool unplugged_ = false;
+    bool unplugArmed_ = false;
+    std::array<AnswerFaults, 4> faults_{};
+    std::array<int, 4> requests_{};
+    std::array<int, 4> ignoredInRow_{};
+    std::array<int, 4> garbageSent_{};
+    BootFaults bootFaults_;
+    std::map<int, int> naksLeft_;
+    bool garbledDone_ = false;
+    Bytes frame_;
+    Clock::time_point frameStart_;
+    BootReport boot_;
+    Bytes received_;
+    std::deque<Emission> out_;
+    Clock::time_point lastEnd_{};
+};
+
+}  // namespace veltro::sim

@@ -1,0 +1,100 @@
+// veltro-sim: a virtual controller on a pseudo-terminal, for trying the tool without hardware.
+// Prints the pty path on the first line, then serves until SIGINT or SIGTERM.
+#include "sim/virtual_controller.h"
+
+#include <csignal>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <iostream>
+#include <string>
+
+namespace {
+
+const char* const Usage =
+    "usage: veltro-sim [options]\n"
+    "Opens a pseudo-terminal that behaves like a VELTRO controller and prints its path\n"
+    "on the first line. Runs until interrupted.\n"
+    "\n"
+    "  --serial HEX     serial number, 8 hex digits (default 1A2B3C4D)\n"
+    "  --firmware N     firmware version word (default 166)\n"
+    "  --hw N           hardware version (default 3)\n"
+    "  --layout N       layout/boot version byte (default 180)\n"
+    "  --type N         controller type (default 1)\n"
+    "  --silent         never answer anything (a port without a controller)\n"
+    "  --line-rate      pace answers like a 921600-baud line\n"
+    "  --help           this text\n";
+
+[[noreturn]] void usageError(const std::string& message)
+{
+    std::cerr << "veltro-sim: " << message << "\n" << Usage;
+    std::exit(2);
+}
+
+unsigned long number(const char* text, int base, unsigned long max, const char* option)
+{
+    char* end = nullptr;
+    errno = 0;
+    const unsigned long v = std::strtoul(text, &end, base);
+    if (errno != 0 || end == text || *end != '\0' || v > max)
+        usageError(std::string("bad value for ") + option + ": " + text);
+    return v;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    // Block the stop signals before the controller's thread exists, so only sigwait sees them.
+    sigset_t stopSignals;
+    sigemptyset(&stopSignals);
+    sigaddset(&stopSignals, SIGINT);
+    sigaddset(&stopSignals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+
+    try {
+        veltro::sim::VirtualController controller;
+        for (int i = 1; i < argc; ++i) {
+            const std::string arg = argv[i];
+            auto value = [&]() -> const char* {
+                if (i + 1 >= argc) usageError(arg + " needs a value");
+                return argv[++i];
+            };
+            if (arg == "--help" || arg == "-h") {
+                std::cout << Usage;
+                return 0;
+            } else if (arg == "--serial") {
+                const char* v = value();
+                if (std::strlen(v) != 8) usageError("--serial takes 8 hex digits");
+                controller.setSerial(static_cast<std::uint32_t>(number(v, 16, 0xFFFFFFFFul, "--serial")));
+            } else if (arg == "--firmware") {
+                controller.setFirmware(static_cast<std::uint16_t>(number(value(), 10, 0xFFFF, "--firmware")));
+            } else if (arg == "--hw") {
+                controller.setHardware(static_cast<std::uint8_t>(number(value(), 10, 255, "--hw")));
+            } else if (arg == "--layout") {
+                controller.setLayout(static_cast<std::uint8_t>(number(value(), 10, 255, "--layout")));
+            } else if (arg == "--type") {
+                controller.setControllerType(static_cast<std::uint8_t>(number(value(), 10, 255, "--type")));
+            } else if (arg == "--silent") {
+                controller.setSilent(true);
+            } else if (arg == "--line-rate") {
+                controller.setLineRate(true);
+            } else {
+                usageError("unknown option " + arg);
+            }
+        }
+
+        controller.start();
+        std::cout << controller.path() << std::endl;
+
+        int signal = 0;
+        sigwait(&stopSignals, &signal);
+        controller.stop();
+    } catch (const std::exception& e) {
+        std::cerr << "veltro-sim: " << e.what() << "\n";
+        return 1;
+    }
+    return 0;
+}

@@ -1,0 +1,101 @@
+// A virtual controller on a pseudo-terminal: the tool opens path() as if it were the serial
+// port of a real controller. The device's behaviour lives in DeviceModel; this class owns the
+// pty pair and a thread that moves bytes between the master side and the model.
+//
+// The controller keeps its own descriptor of the slave side open (raw, no echo) for its whole
+// life, so the line does not hang up when the tool closes and reopens the port.
+//
+// Every setter and getter may be called from any thread, before or after start().
+#pragma once
+
+#include "sim/device_model.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+
+namespace veltro::sim {
+
+class VirtualController {
+public:
+    VirtualController();   // opens the pty pair; throws std::runtime_error on failure
+    ~VirtualController();  // stops the thread and closes both sides
+    VirtualController(const VirtualController&) = delete;
+    VirtualController& operator=(const VirtualController&) = delete;
+
+    std::string path() const { return path_; }  // /dev/pts/N
+    void start();
+    void stop();
+
+    // Identification image
+    void setConfiguration(const Bytes& data);
+    void setImageByte(std::size_t position, std::uint8_t value);
+    void setSerial(std::uint32_t serial);
+    void setLayout(std::uint8_t value);
+    void setHardware(std::uint8_t value);
+    void setControllerType(std::uint8_t value);
+    void setFirmware(std::uint16_t value);
+    Bytes image() const;
+
+    // Data block and word readouts
+    void setDataBlockByte(std::size_t position, std::uint8_t value);
+    void setManufacturingDate(int year, int month, int day);
+    void setDataSerialByte(std::uint8_t value);
+    void setLambdaCalibration(std::uint16_t value);
+    Bytes dataBlock() const;
+    void setWord(std::uint16_t value);
+
+    // Timing and faults
+    void setResetDelay(Clock::duration delay);
+    void setHandshakeDelay(Clock::duration delay);
+    void setLineRate(bool on);
+    void setSilent(bool on);
+    void setFaults(Request request, const AnswerFaults& faults);
+    void setBootFaults(const BootFaults& faults);
+    // Closes the master side now: the tool's port sees a hang-up / I/O error, as with an
+    // adapter pulled out of the PC. There is no way back; make a new controller.
+    void unplug();
+    bool unplugged() const;
+
+    // What the controller has received and done
+    int requestCount(Request request) const;
+    Bytes received() const;
+    BootReport bootReport() const;
+    Bytes receivedImage() const;
+    std::uint8_t receivedMode() const;
+    int blocksAccepted() const;
+    int nakCount() const;
+    bool transferComplete() const;
+    bool transferCancelled() const;
+
+    // Anything not covered above, under the controller's lock.
+    void withModel(const std::function<void(DeviceModel&)>& change);
+
+private:
+    template <class F> auto locked(F f) const
+    {
+        std::lock_guard lock(mutex_);
+        return f(model_);
+    }
+    void changed(const std::function<void(DeviceModel&)>& change);
+    void run();
+    void wake();
+    void closeMaster();
+
+    mutable std::mutex mutex_;
+    std::condition_variable lineClosedCv_;
+    bool lineClosed_ = false;  // under mutex_
+    DeviceModel model_;
+    int master_ = -1;
+    int slave_ = -1;
+    int wakeRead_ = -1;
+    int wakeWrite_ = -1;
+    std::string path_;
+    std::thread thread_;
+    std::atomic<bool> running_{false};
+};
+
+}  // namespace veltro::sim

@@ -5,7 +5,9 @@
 #include "platform/qt_serial_link.h"
 #include "platform/waits.h"
 
-#include <thread>
+#include <QThread>
+
+#include <memory>
 
 namespace veltro {
 
@@ -60,18 +62,20 @@ ScanResult scanPorts(const std::map<int, std::string>& ports, const LinkMaker& m
 
     // A silent port costs the whole echo wait, so every port is probed at the same time;
     // the results are then taken in ascending order.
-    std::vector<std::thread> threads;
+    // QThreads, not bare threads: the serial port's notifiers need a Qt thread.
+    std::vector<std::unique_ptr<QThread>> threads;
     threads.reserve(probes.size());
     for (Probe& p : probes) {
-        threads.emplace_back([&p, &makeLink] {
+        threads.emplace_back(QThread::create([&p, &makeLink] {
             auto link = makeLink(p.location);
             p.opens = PortTest(*link);
             if (p.opens)
                 p.firmware = portmap2maf(*link);
-        });
+        }));
+        threads.back()->start();
     }
     for (auto& t : threads)
-        t.join();
+        t->wait();
 
     ScanResult result;
     for (const Probe& p : probes) {

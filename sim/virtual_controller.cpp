@@ -5,6 +5,9 @@
 #include <cstring>
 #include <fcntl.h>
 #include <poll.h>
+#ifdef __linux__
+#include <sys/prctl.h>
+#endif
 #include <stdexcept>
 #include <termios.h>
 #include <time.h>
@@ -116,6 +119,10 @@ void VirtualController::withModel(const std::function<void(DeviceModel&)>& chang
 
 void VirtualController::run()
 {
+#ifdef __linux__
+    // Line-rate pacing sleeps for tens of microseconds; the default timer slack is 50 us.
+    ::prctl(PR_SET_TIMERSLACK, 1UL);
+#endif
     Bytes pending;  // due, not yet taken by the pty
     std::array<std::uint8_t, 4096> buf{};
     while (running_) {
@@ -152,8 +159,10 @@ void VirtualController::run()
         timespec ts{};
         timespec* timeout = nullptr;
         if (wakeAt) {
-            const auto left = std::max(Clock::duration::zero(), *wakeAt - Clock::now());
-            const auto ns = std::chrono::duration_cast<std::chrono::nanoseconds>(left).count();
+            // Plain sleeping: spinning through the last stretch was tried and made things worse
+            // on a loaded machine, as the spinning thread holds up the pty's own kernel work.
+            const auto sleep = std::max(Clock::duration::zero(), *wakeAt - Clock::now());
+            const auto ns = std::chrono::duration_cast<std::chrono::nanoseconds>(sleep).count();
             ts.tv_sec = static_cast<time_t>(ns / 1'000'000'000);
             ts.tv_nsec = static_cast<long>(ns % 1'000'000'000);
             timeout = &ts;

@@ -1,0 +1,103 @@
+#include "app/cli.h"
+
+#include "device/discovery.h"
+#include "device/identify.h"
+#include "platform/program_folder.h"
+#include "platform/qt_serial_link.h"
+#include "platform/reporter.h"
+
+#include <ostream>
+
+namespace veltro {
+
+namespace {
+
+// Status texts to stderr, each once (the image count is summed up in its last value).
+class StreamReporter : public Reporter {
+public:
+    explicit StreamReporter(std::ostream& err) : err_(err) {}
+    void status(const std::string& text) override { last_ = text; }
+    void step(const std::string& line) override { err_ << line << '\n'; }
+    void percent(int value) override { err_ << '\r' << value << " %" << std::flush; }
+    const std::string& last() const { return last_; }
+
+private:
+    std::ostream& err_;
+    std::string last_;
+};
+
+int usage(std::ostream& err)
+{
+    err << "usage: veltro-cli ports\n"
+           "       veltro-cli identify --port N\n";
+    return 2;
+}
+
+int portArgument(const std::vector<std::string>& args)
+{
+    for (std::size_t i = 0; i + 1 < args.size(); ++i)
+        if (args[i] == "--port") {
+            try {
+                return std::stoi(args[i + 1]);
+            } catch (...) {
+                return 0;
+            }
+        }
+    return 0;
+}
+
+int cmdPorts(std::ostream& out)
+{
+    const ScanResult scan = scanMachinePorts();
+    for (const ScanEntry& e : scan.entries)
+        out << e.text << '\n';
+    return 0;
+}
+
+int cmdIdentify(int port, std::ostream& out, std::ostream& err)
+{
+    StreamReporter reporter(err);
+    auto link = PortSerialLinkFactory().create(port);
+    ConnectResult r = runConnect(*link, reporter);
+    if (r.currentLayout)
+        r.savedFile = saveImageFile(programFolder(), r.serial, r.image);
+    if (!r.connected()) {
+        err << r.finalStatus;
+        if (!r.portError.empty()) err << " (" << r.portError << ")";
+        err << '\n';
+        return 1;
+    }
+    const int layout = r.currentLayout && !r.olderLayout ? r.layoutByte() : r.olderMarker();
+    out << "Seriennummer: " << r.serial << '\n';
+    if (r.olderLayout)
+        out << "Firmware: " << olderFirmwareCaption(r.olderMinor()).substr(9) << '\n';
+    else
+        out << "Firmware: " << r.firmware() << '\n';
+    out << "Hardware: " << r.hardwareVersion() << '\n';
+    out << "Layout: " << layout << '\n';
+    if (!r.savedFile.empty())
+        out << "Datei: " << r.savedFile << '\n';
+    err << r.finalStatus << '\n';
+    return 0;
+}
+
+} // namespace
+
+int runCli(const std::vector<std::string>& args, std::ostream& out, std::ostream& err)
+{
+    if (args.empty())
+        return usage(err);
+    if (args[0] == "ports")
+        return cmdPorts(out);
+    if (args[0] == "identify") {
+        const int port = portArgument(args);
+        if (port < 1 || port > 99) {
+            err << "identify: --port N mit N von 1 bis 99 angeben\n";
+            return 2;
+        }
+        return cmdIdentify(port, out, err);
+    }
+    return usage(err);
+}
+
+} // namespace veltro

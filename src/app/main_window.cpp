@@ -1,0 +1,574 @@
+#include "app/main_window.h"
+
+#include "app/ui_reporter.h"
+#include "app/window_dialogs.h"
+#include "device/device_info.h"
+#include "device/discovery.h"
+#include "device/identify.h"
+#include "device/readout.h"
+#include "device/self_update.h"
+#include "platform/program_folder.h"
+#include "platform/qt_serial_link.h"
+#include "util/runtime_error.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QClipboard>
+#include <QEvent>
+#include <QComboBox>
+#include <QGroupBox>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QStatusBar>
+#include <QTextEdit>
+#include <QTimer>
+#include <QVBoxLayout>
+
+namespace veltro {
+
+namespace {
+QPushButton* button(const QString& caption, QWidget* parent, const char* name)
+{
+    auto* b = new QPushButton(caption, parent);
+    b->setObjectName(name);
+    return b;
+}
+
+QLabel* label(const QString& caption, QWidget* parent, const char* name)
+{
+    auto* l = new QLabel(caption, parent);
+    l->setObjectName(name);
+    return l;
+}
+
+QTimer* timer(int intervalMs, QObject* parent, const char* name)
+{
+    auto* t = new QTimer(parent);
+    t->setObjectName(name);
+    t->setInterval(intervalMs);
+    return t;
+}
+} // namespace
+
+MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent)
+{
+    setWindowTitle("MARDEKO VELTRO V1.05");
+    ownDialogs_ = std::make_unique<WindowDialogs>(this);
+    dialogs = ownDialogs_.get();
+    buildControls();
+}
+
+MainWindow::~MainWindow() = default;
+
+void MainWindow::buildControls()
+{
+    auto* central = new QWidget(this);
+    setCentralWidget(central);
+
+    // Connect panel
+    Frame_verbinden = new QGroupBox("Verbindung mit VELTRO herstellen:", central);
+    Frame_verbinden->setObjectName("Frame_verbinden");
+    {
+        auto* v = new QVBoxLayout(Frame_verbinden);
+        v->setSpacing(4);
+        Label1 = label("COM-PORT:", Frame_verbinden, "Label1");
+        Comboport = new QComboBox(Frame_verbinden);
+        Comboport->setObjectName("Comboport");
+        verbinden = button("VERBINDEN", Frame_verbinden, "verbinden");
+        Command100 = button("LISTE AKTUALISIEREN", Frame_verbinden, "Command100");
+        Command17 = button("RECOVERY", Frame_verbinden, "Command17");
+        v->addWidget(Label1);
+        v->addWidget(Comboport);
+        v->addWidget(verbinden);
+        v->addStretch(1);
+        v->addWidget(Command100);
+        v->addWidget(Command17);
+        verbinden->setEnabled(false);
+        Command100->setEnabled(false);
+        Command17->setEnabled(false);
+    }
+
+    // Configuration panel
+    frame_config = new QGroupBox("Konfiguration", central);
+    frame_config->setObjectName("frame_config");
+    {
+        auto* v = new QVBoxLayout(frame_config);
+        v->setSpacing(2);
+        Label5 = label("SERIENNUMMER: ", frame_config, "Label5");
+        vers = label("FIRMWARE V", frame_config, "vers");
+        hwversion = label("HARDWARE: ", frame_config, "hwversion");
+        Label2 = label("UPDATE VERFÜGBAR", frame_config, "Label2");
+        Label2->setStyleSheet("color: #c00000; font-weight: bold;");
+        Label2->setVisible(false);
+        Command7 = button("FIRMWARE-UPDATE", frame_config, "Command7");
+        Command4 = button("CONFIG-UPLOAD", frame_config, "Command4");
+        Command10 = button("DISPLAY KONFIGURIEREN", frame_config, "Command10");
+        Command6 = button("CAN-BUS TUNNEL", frame_config, "Command6");
+        Command1 = button("TELNET TERMINAL", frame_config, "Command1");
+        Command8 = button("VERBINDUNG TRENNEN", frame_config, "Command8");
+        LabelDatum = label("", frame_config, "LabelDatum");
+        LabelLambda = label("", frame_config, "LabelLambda");
+        LabelDatum->setVisible(false);
+        LabelLambda->setVisible(false);
+        for (QWidget* w : {static_cast<QWidget*>(Label5), static_cast<QWidget*>(LabelDatum),
+                           static_cast<QWidget*>(LabelLambda), static_cast<QWidget*>(vers),
+                           static_cast<QWidget*>(hwversion), static_cast<QWidget*>(Label2)})
+            v->addWidget(w);
+        // The tooltips of these three are rebuilt whenever the mouse moves over them.
+        for (QLabel* l : {Label5, vers, hwversion}) {
+            l->setMouseTracking(true);
+            l->installEventFilter(this);
+        }
+        for (QPushButton* b : {Command7, Command4, Command10, Command6, Command1, Command8})
+            v->addWidget(b);
+        // A connect shows "CONFIG-UPLOAD" and enables it together with tunnel and terminal.
+        Command4->setVisible(false);
+        Command4->setEnabled(false);
+        Command6->setEnabled(false);
+        Command1->setEnabled(false);
+    }
+    frame_config->setVisible(false);
+
+    // Terminal panel
+    telnet = new QGroupBox("TELNET - TERMINAL", central);
+    telnet->setObjectName("telnet");
+    {
+        auto* v = new QVBoxLayout(telnet);
+        terminal = new QTextEdit(telnet);
+        terminal->setObjectName("terminal");
+        terminal->setReadOnly(true);
+        telnetsendbox = new QLineEdit(telnet);
+        telnetsendbox->setObjectName("telnetsendbox");
+        auto* buttons = new QHBoxLayout;
+        Command9 = button("REMOTE", telnet, "Command9");
+        Command3 = button("BERICHT SENDEN", telnet, "Command3");
+        Command2 = button("BEENDEN", telnet, "Command2");
+        buttons->addWidget(Command9);
+        buttons->addWidget(Command3);
+        buttons->addStretch(1);
+        buttons->addWidget(Command2);
+        v->addWidget(terminal, 1);
+        v->addWidget(telnetsendbox);
+        v->addLayout(buttons);
+    }
+    telnet->setVisible(false);
+
+    // Service buttons: their captions are their names; they have no place in the layout.
+    Command15 = button("Command15", central, "Command15");
+    Command5 = button("Command5", central, "Command5");
+    Command15->setVisible(false);
+    Command5->setVisible(false);
+
+    List1 = new QListWidget(central);
+    List1->setObjectName("List1");
+    List1->setVisible(false);
+    List3 = new QListWidget(central);
+    List3->setObjectName("List3");
+    List3->setVisible(false);
+
+    // Status bar: one status text; a busy indicator while ports are probed and a progress
+    // bar while blocks go out, neither of which changes the text.
+    StatusBar1 = new QLabel(this);
+    StatusBar1->setObjectName("StatusBar1");
+    statusBar()->addWidget(StatusBar1, 1);
+    scanIndicator = new QProgressBar(this);
+    scanIndicator->setObjectName("scanIndicator");
+    scanIndicator->setRange(0, 0);
+    scanIndicator->setMaximumWidth(60);
+    scanIndicator->setMaximumHeight(12);
+    scanIndicator->setTextVisible(false);
+    scanIndicator->setVisible(false);
+    statusBar()->addPermanentWidget(scanIndicator);
+    transferProgress = new QProgressBar(this);
+    transferProgress->setObjectName("transferProgress");
+    transferProgress->setRange(0, 100);
+    transferProgress->setMaximumWidth(70);
+    transferProgress->setMaximumHeight(12);
+    transferProgress->setVisible(false);
+    statusBar()->addPermanentWidget(transferProgress);
+    statusBar()->setSizeGripEnabled(false);
+
+    Timer1 = timer(500, this, "Timer1");
+    Timer2 = timer(4000, this, "Timer2");
+    Timer3 = timer(500, this, "Timer3");
+    Timer4 = timer(50, this, "Timer4");
+    Timer5 = timer(1000, this, "Timer5");
+    connect(Timer2, &QTimer::timeout, this, &MainWindow::Timer2_Timer);
+    connect(Timer3, &QTimer::timeout, this, &MainWindow::Timer3_Timer);
+    connect(Timer5, &QTimer::timeout, this, &MainWindow::Timer5_Timer);
+
+    connect(Comboport, &QComboBox::currentIndexChanged, this, [this](int index) {
+        if (index >= 0) Comboport_Click();
+    });
+    connect(verbinden, &QPushButton::clicked, this, &MainWindow::verbinden_Click);
+    connect(Command100, &QPushButton::clicked, this, &MainWindow::Command100_Click);
+    connect(Command15, &QPushButton::clicked, this, &MainWindow::Command15_Click);
+    connect(Command5, &QPushButton::clicked, this, &MainWindow::Command5_Click);
+
+    // Service functions have no place in the normal layout: a right click on the
+    // configuration panel reaches them.
+    frame_config->setContextMenuPolicy(Qt::ActionsContextMenu);
+    auto addService = [this](const QString& text, auto slot) {
+        auto* a = new QAction(text, frame_config);
+        connect(a, &QAction::triggered, this, slot);
+        frame_config->addAction(a);
+    };
+    addService("Datenblock auslesen", &MainWindow::readDataBlock);
+    addService("Wort auslesen (Command15)", &MainWindow::Command15_Click);
+    addService("Seriennummer kopieren", &MainWindow::copySerialNumber);
+    addService("Listeneinträge zählen (Command5)", &MainWindow::Command5_Click);
+    connect(Command8, &QPushButton::clicked, this, &MainWindow::Command8_Click);
+    connect(Command2, &QPushButton::clicked, this, &MainWindow::Command2_Click);
+
+    setPanelGeometry();
+}
+
+void MainWindow::setPanelGeometry()
+{
+    Frame_verbinden->setGeometry(tw(30), tw(30), tw(3655), tw(3555));
+    frame_config->setGeometry(tw(30), tw(30), tw(3655), tw(3555));
+    telnet->setGeometry(tw(30), tw(30), tw(10000), tw(3555));
+}
+
+void MainWindow::Form_Load()
+{
+    List1->move(tw(90), tw(210));
+    List1->resize(tw(3500), tw(1800));
+    resize(tw(3800), tw(4380));
+    setStatus("READY");
+    PortScan();
+}
+
+void MainWindow::startupAfterScan()
+{
+    setPanelGeometry();
+    softwareUpdateCheck();
+}
+
+std::unique_ptr<UiReporter> MainWindow::makeReporter()
+{
+    return std::make_unique<UiReporter>(
+        [this](const QString& t) { setStatus(t); }, [this](const QString& t) { Add_Item(t); },
+        [this](int p) {
+            transferProgress->setVisible(true);
+            transferProgress->setValue(p);
+        });
+}
+
+int MainWindow::chosenPort() const
+{
+    const int i = Comboport->currentIndex();
+    if (i < 0 || i >= List3->count()) return 0;
+    return List3->item(i)->text().toInt();
+}
+
+void MainWindow::softwareUpdateCheck()
+{
+    const std::string local = state.programmversion.toStdString();
+    jobs_.run<std::optional<SelfUpdateOffer>>(
+        [local] { return checkSelfUpdate(local); },
+        [this](std::optional<SelfUpdateOffer> offer) {
+            if (offer && dialogs->question(kSelfUpdateTitle, selfUpdateQuestion(offer->versionText))) {
+                runSelfUpdate(QString::fromStdString(offer->versionText));
+                return;
+            }
+            emit startupFinished();
+        });
+}
+
+void MainWindow::runSelfUpdate(const QString&)
+{
+    setEnabled(false);
+    const std::string folder = programFolder();
+    jobs_.run<int>([folder] { return downloadInstaller(folder); },
+                   [this, folder](int rc) {
+                       if (rc == 0 && startInstaller(folder + "/setup.exe")) {
+                           emit startupFinished();
+                           close();
+                           return;
+                       }
+                       // Nothing to wait for after a failed download: the tool stays usable.
+                       setEnabled(true);
+                       emit startupFinished();
+                   });
+}
+
+void MainWindow::verbinden_Click()
+{
+    Command4->setVisible(true);
+    verbinden->setEnabled(false);
+    const int port = chosenPort();
+    reporter_ = makeReporter();
+    UiReporter* reporter = reporter_.get();
+    const std::string folder = programFolder();
+    jobs_.run<ConnectResult>(
+        [port, reporter, folder] {
+            auto link = PortSerialLinkFactory().create(port);
+            ConnectResult r = runConnect(*link, *reporter);
+            if (r.currentLayout)
+                r.savedFile = saveImageFile(folder, r.serial, r.image);
+            return r;
+        },
+        [this](ConnectResult r) { applyConnect(r); });
+}
+
+void MainWindow::applyConnect(const ConnectResult& r)
+{
+    reporter_->flush();
+    if (r.outcome == ConnectOutcome::Checked) {
+        for (const std::string& b : r.byteTexts)
+            List3->addItem(QString::fromStdString(b));
+        Label5->setText("SERIENNUMMER: " + QString::fromStdString(r.serial));
+        state.fwupdateser = QString::fromStdString(r.serial);
+    }
+    if (r.currentLayout) {
+        setStatus("CHECKSUMME OK - VERBUNDEN!");
+        Frame_verbinden->setVisible(false);
+        frame_config->setVisible(true);
+        Timer1->start();
+        vers->setText("FIRMWARE V" + QString::number(r.firmware()));
+        state.btversion = QString::number(r.layoutByte());
+        state.firmwareversion = QString::number(r.firmware());
+        state.hwrevision = QString::number(r.hardwareVersion());
+        state.ECUTYP = QString::number(r.controllerType());
+        hwversion->setText("HARDWAREVERSION: V" + QString::number(r.hardwareVersion()));
+        Command4->setEnabled(true);
+        Command6->setEnabled(true);
+        Command1->setEnabled(true);
+        if (r.savedFile.empty())
+            Add_Item("Abbild konnte nicht gespeichert werden: " + QString::fromStdString(programFolder()));
+    }
+    if (r.olderLayout) {
+        // An older-layout image; its values win when both tests pass, as the device expects.
+        setStatus("CHECKSUMME OK - VERBUNDEN!");
+        Frame_verbinden->setVisible(false);
+        frame_config->setVisible(false);
+        state.btversion = QString::number(r.olderMarker());
+        state.firmwareversion = QString::number(r.olderMinor());
+        vers->setText(QString::fromStdString(olderFirmwareCaption(r.olderMinor())));
+    }
+    if (r.outcome == ConnectOutcome::PortFailed && !r.portError.empty())
+        StatusBar1->setToolTip("Com-Port: " + QString::fromStdString(r.portError));
+    else
+        StatusBar1->setToolTip(QString());
+    verbinden->setEnabled(true);
+    if (r.currentLayout)
+        startFirmwareCheck();
+    emit connectFinished();
+}
+
+void MainWindow::startFirmwareCheck()
+{
+    const std::string hw = state.hwrevision.toStdString();
+    const std::string bt = state.btversion.toStdString();
+    const std::string fw = state.firmwareversion.toStdString();
+    jobs_.run<bool>([hw, bt, fw] { return newerFirmwareOnServer(hw, bt, fw); },
+                    [this](bool newer) {
+                        if (newer)
+                            Timer3->start();
+                        emit firmwareCheckFinished();
+                    });
+}
+
+void MainWindow::readDataBlock()
+{
+    const int port = chosenPort();
+    reporter_ = makeReporter();
+    UiReporter* reporter = reporter_.get();
+    jobs_.run<DataBlockResult>(
+        [port, reporter] {
+            auto link = PortSerialLinkFactory().create(port);
+            return runDataBlockReadout(*link, *reporter);
+        },
+        [this](DataBlockResult r) {
+            reporter_->flush();
+            // The block's bytes go to the hidden list after the port numbers, which the
+            // chooser still needs.
+            for (const std::string& b : r.byteTexts)
+                List3->addItem(QString::fromStdString(b));
+            if (r.ok) {
+                setStatus("CHECKSUMME OK - DATEN GELADEN!");
+                Frame_verbinden->setVisible(false);
+                frame_config->setVisible(true);
+                Label5->setText("SERIENNUMMER: " + QString::fromStdString(r.serial));
+                state.fwupdateser = QString::fromStdString(r.serial);
+                state.passwortcal = QString::fromStdString(r.passwortcal);
+                LabelDatum->setText(QString::fromStdString(r.dateText));
+                LabelDatum->setToolTip(QString::fromStdString(r.dateText));
+                LabelDatum->setVisible(true);
+                LabelLambda->setText(QString::fromStdString(r.lambdaText));
+                LabelLambda->setVisible(true);
+            }
+            emit readoutFinished();
+        });
+}
+
+void MainWindow::Command15_Click()
+{
+    const int port = chosenPort();
+    reporter_ = makeReporter();
+    UiReporter* reporter = reporter_.get();
+    jobs_.run<WordResult>(
+        [port, reporter] {
+            auto link = PortSerialLinkFactory().create(port);
+            return runWordReadout(*link, *reporter);
+        },
+        [this](WordResult r) {
+            reporter_->flush();
+            if (r.ok)
+                List3->addItem(QString::number(r.word));
+            emit readoutFinished();
+        });
+}
+
+void MainWindow::Command5_Click()
+{
+    dialogs->message("", std::to_string(List3->count()));
+}
+
+void MainWindow::copySerialNumber()
+{
+    QClipboard* clipboard = QApplication::clipboard();
+    clipboard->clear();
+    clipboard->setText(QString::fromStdString(serialFromLabel(Label5->text().toStdString())));
+}
+
+bool MainWindow::eventFilter(QObject* watched, QEvent* event)
+{
+    if ((event->type() == QEvent::MouseMove || event->type() == QEvent::ToolTip)
+        && (watched == Label5 || watched == vers || watched == hwversion)) {
+        try {
+            static_cast<QWidget*>(watched)->setToolTip(QString::fromStdString(
+                deviceInfoTooltip(state.fwupdateser.toStdString(), state.btversion.toStdString())));
+        } catch (const RuntimeError&) {
+            // Before any connect the layout byte reads 65535: there is nothing to tell yet.
+            static_cast<QWidget*>(watched)->setToolTip(QString());
+        }
+    }
+    return QMainWindow::eventFilter(watched, event);
+}
+
+void MainWindow::PortScan()
+{
+    Comboport->clear();
+    List3->clear();
+    verbinden->setEnabled(false);
+    scanning_ = true;
+    scanIndicator->setVisible(true);
+    jobs_.run<ScanResult>([] { return scanMachinePorts(); },
+                          [this](ScanResult scan) {
+                              applyScan(scan);
+                              scanning_ = false;
+                              scanIndicator->setVisible(false);
+                              Command100->setEnabled(true);
+                              Command17->setEnabled(true);
+                              emit scanFinished();
+                              startupAfterScan();
+                          });
+}
+
+void MainWindow::applyScan(const ScanResult& scan)
+{
+    Comboport->blockSignals(true);
+    for (const ScanEntry& e : scan.entries) {
+        Comboport->addItem(QString::fromStdString(e.text));
+        Comboport->setItemData(Comboport->count() - 1, QString::fromStdString(e.location),
+                               Qt::ToolTipRole);
+        List3->addItem(QString::number(e.port));
+    }
+    Comboport->setCurrentIndex(-1);
+    Comboport->blockSignals(false);
+    // Selecting the last controller found raises the chooser's click, which enables VERBINDEN.
+    if (scan.selected >= 0)
+        Comboport->setCurrentIndex(scan.selected);
+}
+
+void MainWindow::Comboport_Click()
+{
+    verbinden->setEnabled(true);
+    const int i = Comboport->currentIndex();
+    Comboport->setToolTip(i >= 0 ? Comboport->itemData(i, Qt::ToolTipRole).toString() : QString());
+}
+
+void MainWindow::Command100_Click()
+{
+    Command100->setEnabled(false);
+    Command17->setEnabled(false);
+    Form_Load();
+}
+
+void MainWindow::Command8_Click()
+{
+    frame_config->setVisible(false);
+    Frame_verbinden->setVisible(true);
+    setStatus("READY");
+    Timer3->stop();
+    Label2->setVisible(false);
+    // The device port is opened and closed by each job; nothing stays open between them.
+}
+
+void MainWindow::reset()
+{
+    frame_config->setVisible(false);
+    Frame_verbinden->setVisible(true);
+    setStatus("READY");
+}
+
+void MainWindow::Command2_Click()
+{
+    // 20 twips narrower than at start-up; the window has always done so.
+    resize(tw(3780), tw(4380));
+    telnet->setVisible(false);
+}
+
+void MainWindow::Timer2_Timer()
+{
+    List1->setVisible(false);
+    frame_config->setTitle("Konfiguration");
+    Timer2->stop();
+}
+
+void MainWindow::Timer3_Timer()
+{
+    Label2->setVisible(!Label2->isVisible());
+}
+
+void MainWindow::Timer5_Timer()
+{
+    const int count = state.Label3.toInt() - 1;
+    state.Label3 = QString::number(count);
+    frame_config->setTitle("Warten ... (" + QString::number(count) + ")");
+    if (count <= 1) {
+        state.Label3 = "4";
+        Timer5->stop();
+    }
+}
+
+void MainWindow::Add_Item(const QString& text)
+{
+    List1->addItem(text);
+    List1->setCurrentRow(List1->count() - 1);
+    List1->item(List1->count() - 1)->setSelected(false);
+    List1->scrollToBottom();
+}
+
+void MainWindow::setStatus(const QString& text)
+{
+    StatusBar1->setText(text);
+}
+
+QString MainWindow::statusText() const
+{
+    return StatusBar1->text();
+}
+
+bool MainWindow::busy() const
+{
+    return scanning_ || jobs_.runningCount() > 0;
+}
+
+} // namespace veltro

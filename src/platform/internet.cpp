@@ -1,0 +1,187 @@
+#include "platform/internet.h"
+
+#include "platform/endpoints.h"
+
+#include <curl/curl.h>
+
+#include <atomic>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <sstream>
+
+namespace veltro {
+
+namespace {
+std::atomic<long> gConnectMs{10000};
+std::atomic<long> gTextMs{20000};
+std::atomic<long> gDownloadMs{120000};
+
+void globalInit()
+{
+    static std::once_flag once;
+    std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
+}
+
+// The system's CA bundle plus VELTRO_CA_FILE, as one PEM text (libcurl takes one bundle).
+std::string caBundle(const std::string& extra)
+{
+    std::string pem;
+    for (const char* path : {"/etc/ssl/certs/ca-certificates.crt", "/etc/pki/tls/certs/ca-bundle.crt"}) {
+        std::ifstream in(path, std::ios::binary);
+        if (in) {
+            std::ostringstream s;
+            s << in.rdbuf();
+            pem = s.str();
+            break;
+        }
+    }
+    std::ifstream in(extra, std::ios::binary);
+    if (in) {
+        std::ostringstream s;
+        s << in.rdbuf();
+        pem += "\n" + s.str();
+    }
+    return pem;
+}
+
+size_t appendToString(char* data, size_t size, size_t count, void* user)
+{
+    static_cast<std::string*>(user)->append(data, size * count);
+    return size * count;
+}
+
+size_t appendToFile(char* data, size_t size, size_t count, void* user)
+{
+    return std::fwrite(data, size, count, static_cast<std::FILE*>(user)) * size;
+}
+
+struct Transfer {
+    CURL* curl = nullptr;
+    curl_slist* headers = nullptr;
+    std::string pem;
+    char errorBuffer[CURL_ERROR_SIZE] = {};
+
+    Transfer(const std::string& url, long totalMs)
+    {
+        globalInit();
+        curl = curl_easy_init();
+        if (!curl) return;
+        curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
+        curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
+        curl_easy_setopt(curl, CURLOPT_FOLLOWLOCATION, 1L);
+        curl_easy_setopt(curl, CURLOPT_MAXREDIRS, 5L);
+        curl_easy_setopt(curl, CURLOPT_FAILONERROR, 1L);
+        curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 1L);
+        curl_easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, 2L);
+        curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT_MS, gConnectMs.load());
+        curl_easy_setopt(curl, CURLOPT_TIMEOUT_MS, totalMs);
+        // A transfer that trickles below 1 byte/s for 15 s is dead.
+        curl_easy_setopt(curl, CURLOPT_LOW_SPEED_LIMIT, 1L);
+        curl_easy_setopt(curl, CURLOPT_LOW_SPEED_TIME, 15L);
+        curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, errorBuffer);
+        curl_easy_setopt(curl, CURLOPT_USERAGENT, "VELTRO/1.05");
+        // Never a cached copy: ask every proxy on the way for a fresh one.
+        headers = curl_slist_append(headers, "Cache-Control: no-cache");
+        headers = curl_slist_append(headers, "Pragma: no-cache");
+        curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers);
+        const std::string extra = endpoints::caFile();
+        if (!extra.empty()) {
+            pem = caBundle(extra);
+            curl_blob blob{pem.data(), pem.size(), CURL_BLOB_NOCOPY};
+            curl_easy_setopt(curl, CURLOPT_CAINFO_BLOB, &blob);
+        }
+    }
+    ~Transfer()
+    {
+        if (headers) curl_slist_free_all(headers);
+        if (curl) curl_easy_cleanup(curl);
+    }
+    std::string describe(CURLcode code) const
+    {
+        return errorBuffer[0] ? std::string(errorBuffer) : std::string(curl_easy_strerror(code));
+    }
+};
+} // namespace
+
+void setTransferTimeouts(long connectMs, long textTotalMs, long downloadTotalMs)
+{
+    gConnectMs = connectMs;
+    gTextMs = textTotalMs;
+    gDownloadMs = downloadTotalMs;
+}
+
+FetchResult fetchText(const std::string& url)
+{
+    FetchResult result;
+    Transfer t(url, gTextMs.load());
+    if (!t.curl) {
+        result.error = "libcurl nicht verfügbar";
+        return result;
+    }
+    curl_easy_setopt(t.curl, CURLOPT_WRITEFUNCTION, appendToString);
+    curl_easy_setopt(t.curl, CURLOPT_WRITEDATA, &result.body);
+    const CURLcode code = curl_easy_perform(t.curl);
+    curl_easy_getinfo(t.curl, CURLINFO_RESPONSE_CODE, &result.httpStatus);
+    result.ok = code == CURLE_OK;
+    if (!result.ok) {
+        result.error = t.describe(code);
+        result.body.clear();
+    }
+    return result;
+}
+
+int downloadToFile(const std::string& url, const std::string& path)
+{
+    namespace fs = std::filesystem;
+    const std::string temp = path + ".part";
+    std::FILE* file = std::fopen(temp.c_str(), "wb");
+    if (!file)
+        return int(CURLE_WRITE_ERROR);
+    Transfer t(url, gDownloadMs.load());
+    if (!t.curl) {
+        std::fclose(file);
+        std::remove(temp.c_str());
+        return int(CURLE_FAILED_INIT);
+    }
+    curl_easy_setopt(t.curl, CURLOPT_WRITEFUNCTION, appendToFile);
+    curl_easy_setopt(t.curl, CURLOPT_WRITEDATA, file);
+    const CURLcode code = curl_easy_perform(t.curl);
+    long status = 0;
+    curl_easy_getinfo(t.curl, CURLINFO_RESPONSE_CODE, &status);
+    const bool closed = std::fclose(file) == 0;
+    if (code != CURLE_OK || !closed) {
+        std::remove(temp.c_str());
+        if (code == CURLE_HTTP_RETURNED_ERROR && status >= 400)
+            return int(status);
+        return code != CURLE_OK ? int(code) : int(CURLE_WRITE_ERROR);
+    }
+    std::error_code ec;
+    fs::rename(temp, path, ec);
+    if (ec) {
+        std::remove(temp.c_str());
+        return int(CURLE_WRITE_ERROR);
+    }
+    return 0;
+}
+
+std::string urlEncodePathSegment(const std::string& text)
+{
+    static const char* hex = "0123456789ABCDEF";
+    std::string out;
+    for (unsigned char c : text) {
+        const bool unreserved = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9')
+                                || c == '-' || c == '.' || c == '_' || c == '~';
+        if (unreserved) {
+            out.push_back(char(c));
+        } else {
+            out.push_back('%');
+            out.push_back(hex[c >> 4]);
+            out.push_back(hex[c & 0xF]);
+        }
+    }
+    return out;
+}
+
+} // namespace veltro

@@ -1,0 +1,30 @@
+#pragma once
+// Internet transfers for the update server and the maker's web server, through libcurl.
+// Blocking calls: run them on a worker thread, never on the window's thread. Every transfer
+// asks for a fresh copy (no cache), verifies certificates, and ends by its time-outs.
+#include <string>
+
+namespace veltro {
+
+struct FetchResult {
+    bool ok = false;
+    std::string body;
+    std::string error;   // why it failed, for the user
+    long httpStatus = 0;
+};
+
+// GET a URL as text. HTTP errors (404 and the like) are failures.
+FetchResult fetchText(const std::string& url);
+
+// GET a URL into a file: 0 on success, otherwise the curl code or the HTTP status. The file
+// is written under a temporary name and renamed at the end, so a failed download never leaves
+// a half file nor destroys an existing one.
+int downloadToFile(const std::string& url, const std::string& path);
+
+// Percent-encodes what may not stand in a URL path segment (blanks and the like).
+std::string urlEncodePathSegment(const std::string& text);
+
+// Time-outs in milliseconds (connect, whole transfer); tests shorten them.
+void setTransferTimeouts(long connectMs, long textTotalMs, long downloadTotalMs);
+
+} // namespace veltro

@@ -150,3 +150,31 @@ std::uint32_t ReadHexPrefix(std::string_view text)
 }
 
 } // namespace veltro
+
+namespace veltro {
+
+std::array<std::uint8_t, 8> hextobytearray(std::string_view value)
+{
+    std::array<std::uint8_t, 8> bytes{};
+    if (value.empty())
+        return bytes;
+    std::size_t index = 0;
+    std::size_t start = 0;
+    while (true) {
+        const std::size_t end = value.find('x', start);
+        const std::string_view piece =
+            value.substr(start, end == std::string_view::npos ? std::string_view::npos : end - start);
+        if (index >= bytes.size())
+            throw RuntimeError(ErrNo::SubscriptRange, "hextobytearray: more than eight pieces");
+        const std::uint32_t number = ReadHexPrefix(piece);
+        if (number > 0xFF)
+            throw RuntimeError(ErrNo::Overflow, "hextobytearray: piece above FF");
+        bytes[index++] = std::uint8_t(number);
+        if (end == std::string_view::npos)
+            break;
+        start = end + 1;
+    }
+    return bytes;
+}
+
+} // namespace veltro

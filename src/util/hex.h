@@ -43,3 +43,15 @@ std::string HexBytesBlank(const std::uint8_t* data, std::size_t size);
 std::uint32_t ReadHexPrefix(std::string_view text);
 
 } // namespace veltro
+
+// ---- the configuration editor's record conversion ----
+#include <array>
+
+namespace veltro {
+
+// A record text "0Ax1Fx..." split at every lower-case "x"; piece i (from 0) becomes byte i,
+// read as hex as far as its digits go (no digit -> 0). Missing pieces leave 0; an empty text
+// gives eight zeros. A ninth piece is a range error (9), a piece above FF an overflow (6).
+std::array<std::uint8_t, 8> hextobytearray(std::string_view value);
+
+} // namespace veltro

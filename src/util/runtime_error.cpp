@@ -10,6 +10,8 @@ std::string RuntimeError::standardText(int number)
     case 9: return "Index außerhalb des gültigen Bereichs";
     case 13: return "Typen unverträglich";
     case 53: return "Datei nicht gefunden";
+    case 62: return "Einlesen hinter Dateiende";
+    case 75: return "Fehler beim Zugriff auf Pfad/Datei";
     case 380: return "Unzulässiger Eigenschaftswert";
     case 32755: return "Abbrechen wurde gewählt.";
     default: return "Anwendungs- oder objektdefinierter Fehler";

@@ -13,6 +13,8 @@ enum class ErrNo : int {
     SubscriptRange = 9,    // subscript out of range
     TypeMismatch = 13,
     FileNotFound = 53,
+    InputPastEnd = 62,     // a read past the end of a text file
+    PathAccess = 75,       // path/file access error (a file that cannot be opened or written)
     InvalidProperty = 380, // invalid property value
     DialogCancel = 32755,  // the file dialog's "Cancel" when cancel is reported as an error
 };

@@ -1,5 +1,6 @@
 #include "app/demo.h"
 
+#include "editor/demo_catalogue.h"
 #include "platform/port_numbering.h"
 #include "sim/virtual_controller.h"
 
@@ -40,6 +41,8 @@ DemoSetup::DemoSetup() : impl_(std::make_unique<Impl>())
         ::setenv("VELTRO_HOME", folder_.c_str(), 1);
     }
     QDir().mkpath(QString::fromStdString(folder_));
+    // The sample vehicle catalogue, without touching files the user already has there.
+    installDemoCatalogue(demoCatalogueDir(), folder_);
 }
 
 DemoSetup::~DemoSetup() = default;

@@ -4,6 +4,7 @@
 #include "sim_ports.h"
 
 #include <QComboBox>
+#include <QFile>
 #include <QGroupBox>
 #include <QLabel>
 #include <QListWidget>
@@ -220,6 +221,8 @@ private slots:
         QCOMPARE(w.Comboport->currentText(),
                  QString("VELTRO FW V166 (COMPORT: %1)").arg(demo.portNumber()));
         QVERIFY(w.verbinden->isEnabled());
+        // The demo program folder holds the sample vehicle catalogue.
+        QVERIFY(QFile::exists(ports.homePath() + "/vehicles.inc"));
     }
 
     void addItemKeepsLastLineCurrent()

@@ -4,6 +4,7 @@
 // Texts are Windows-1252 bytes, as the editor stores and shows them. The encoder accepts LF or
 // CR LF line ends and drops line ends at the end of the text; it refuses a text the editor
 // would stop at, and records or values the editor could not match or write.
+// The sample catalogue keeps the texts of its vehicles in data/demo/text.
 #include "editor/catalogue.h"
 #include "editor/codec.h"
 #include "editor/config_image.h"

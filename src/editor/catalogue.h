@@ -30,12 +30,16 @@ struct DisplayValue {
     std::string text;     // field 3, the line's text on the device display
     std::string valueY;   // field 4, decimal
     std::string valueX;   // field 5, decimal
+
+    bool operator==(const DisplayValue&) const = default;
 };
 
 struct SwitchInput {
     std::string name;     // field 0
     std::string recordA;  // field 1
     std::string recordB;  // field 2
+
+    bool operator==(const SwitchInput&) const = default;
 };
 
 // A vehicle data file, line by line. Record and value fields stay texts: the editor compares

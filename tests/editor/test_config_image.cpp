@@ -357,11 +357,6 @@ private slots:
         QCOMPARE(file.mid(512, 8), repeated(8, '\xFF'));
         QCOMPARE(file.mid(1022), QByteArray("\0\x5A\x5A\x5A", 4));
     }
-
-    void recordRows()
-    {
-        QCOMPARE(recordRow({0x0A, 0x00, 0xFF, 0x12, 0, 0, 0, 0}), std::string("0Ax00xFFx12x00x00x00x00"));
-    }
 };
 
 QTEST_GUILESS_MAIN(TestConfigImage)

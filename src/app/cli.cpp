@@ -2,6 +2,8 @@
 
 #include "device/discovery.h"
 #include "device/identify.h"
+#include "flash/transfer.h"
+#include "util/runtime_error.h"
 #include "platform/program_folder.h"
 #include "platform/qt_serial_link.h"
 #include "platform/reporter.h"
@@ -18,18 +20,25 @@ public:
     explicit StreamReporter(std::ostream& err) : err_(err) {}
     void status(const std::string& text) override { last_ = text; }
     void step(const std::string& line) override { err_ << line << '\n'; }
-    void percent(int value) override { err_ << '\r' << value << " %" << std::flush; }
+    void percent(int value) override
+    {
+        if (value != lastPercent_) err_ << value << " % übertragen!\n";
+        lastPercent_ = value;
+    }
     const std::string& last() const { return last_; }
 
 private:
     std::ostream& err_;
     std::string last_;
+    int lastPercent_ = -1;
 };
 
 int usage(std::ostream& err)
 {
     err << "usage: veltro-cli ports\n"
-           "       veltro-cli identify --port N\n";
+           "       veltro-cli identify --port N\n"
+           "       veltro-cli flash-firmware FILE --port N\n"
+           "       veltro-cli upload-config FILE --port N\n";
     return 2;
 }
 
@@ -81,6 +90,22 @@ int cmdIdentify(int port, std::ostream& out, std::ostream& err)
     return 0;
 }
 
+int cmdTransfer(bool firmware, const std::string& file, int port, std::ostream& err)
+{
+    Bytes image;
+    try {
+        image = LoadTransferImage(file);
+    } catch (const RuntimeError& e) {
+        err << file << ": " << e.text() << '\n';
+        return 1;
+    }
+    StreamReporter reporter(err);
+    auto link = PortSerialLinkFactory().create(port);
+    const TransferOutcome outcome = runTransfer(
+        *link, image, firmware ? TransferParams::firmware() : TransferParams::configuration(), reporter);
+    return outcome == TransferOutcome::Success ? 0 : 1;
+}
+
 } // namespace
 
 int runCli(const std::vector<std::string>& args, std::ostream& out, std::ostream& err)
@@ -96,6 +121,22 @@ int runCli(const std::vector<std::string>& args, std::ostream& out, std::ostream
             return 2;
         }
         return cmdIdentify(port, out, err);
+    }
+    if (args[0] == "flash-firmware" || args[0] == "upload-config") {
+        const int port = portArgument(args);
+        std::string file;
+        for (std::size_t i = 1; i < args.size(); ++i) {
+            if (args[i] == "--port") {
+                ++i;
+                continue;
+            }
+            file = args[i];
+        }
+        if (port < 1 || port > 99 || file.empty()) {
+            err << args[0] << ": FILE und --port N mit N von 1 bis 99 angeben\n";
+            return 2;
+        }
+        return cmdTransfer(args[0] == "flash-firmware", file, port, err);
     }
     return usage(err);
 }

@@ -2,6 +2,8 @@
 // veltro-cli: scripted service work with the same logic objects as the window.
 //   veltro-cli ports                       chooser entries of a scan, one a line
 //   veltro-cli identify --port N           connect and identify, print the controller's data
+//   veltro-cli flash-firmware FILE --port N  the bootloader exchange with the firmware mode byte
+//   veltro-cli upload-config FILE --port N   the same with the configuration mode byte
 #include <iosfwd>
 #include <string>
 #include <vector>

@@ -7,6 +7,7 @@
 #include "device/identify.h"
 #include "device/readout.h"
 #include "device/self_update.h"
+#include "flash/jobs.h"
 #include "platform/program_folder.h"
 #include "platform/qt_serial_link.h"
 #include "util/runtime_error.h"
@@ -132,6 +133,8 @@ void MainWindow::buildControls()
         Command1->setEnabled(false);
     }
     frame_config->setVisible(false);
+    for (QGroupBox* panel : {Frame_verbinden, frame_config})
+        panel->setAutoFillBackground(true);
 
     // Terminal panel
     telnet = new QGroupBox("TELNET - TERMINAL", central);
@@ -206,6 +209,9 @@ void MainWindow::buildControls()
     });
     connect(verbinden, &QPushButton::clicked, this, &MainWindow::verbinden_Click);
     connect(Command100, &QPushButton::clicked, this, &MainWindow::Command100_Click);
+    connect(Command7, &QPushButton::clicked, this, &MainWindow::Command7_Click);
+    connect(Command4, &QPushButton::clicked, this, &MainWindow::Command4_Click);
+    connect(Command17, &QPushButton::clicked, this, &MainWindow::Command17_Click);
     connect(Command15, &QPushButton::clicked, this, &MainWindow::Command15_Click);
     connect(Command5, &QPushButton::clicked, this, &MainWindow::Command5_Click);
 
@@ -221,6 +227,7 @@ void MainWindow::buildControls()
     addService("Wort auslesen (Command15)", &MainWindow::Command15_Click);
     addService("Seriennummer kopieren", &MainWindow::copySerialNumber);
     addService("Listeneinträge zählen (Command5)", &MainWindow::Command5_Click);
+    addService("Firmware-Update (ältere Form)", &MainWindow::olderFirmwareUpdate);
     connect(Command8, &QPushButton::clicked, this, &MainWindow::Command8_Click);
     connect(Command2, &QPushButton::clicked, this, &MainWindow::Command2_Click);
 
@@ -237,7 +244,8 @@ void MainWindow::setPanelGeometry()
 void MainWindow::Form_Load()
 {
     List1->move(tw(90), tw(210));
-    List1->resize(tw(3500), tw(1800));
+    // Over the labels of the configuration panel, clear of its buttons.
+    List1->resize(tw(3500), tw(1000));
     resize(tw(3800), tw(4380));
     setStatus("READY");
     PortScan();
@@ -423,6 +431,108 @@ void MainWindow::Command15_Click()
                 List3->addItem(QString::number(r.word));
             emit readoutFinished();
         });
+}
+
+void MainWindow::Command7_Click()
+{
+    runFirmware(false);
+}
+
+void MainWindow::olderFirmwareUpdate()
+{
+    runFirmware(true);
+}
+
+void MainWindow::runFirmware(bool olderForm)
+{
+    List1->clear();
+    Command7->setEnabled(false);
+    FirmwareInputs in;
+    in.fwupdateser = state.fwupdateser.toStdString();
+    in.hwrevision = state.hwrevision.toStdString();
+    in.btversion = state.btversion.toStdString();
+    in.firmwareversion = state.firmwareversion.toStdString();
+    in.ECUTYP = state.ECUTYP.toStdString();
+    in.port = chosenPort();
+    in.programFolder = programFolder();
+    in.olderForm = olderForm;
+    reporter_ = makeReporter();
+    UiReporter* reporter = reporter_.get();
+    Dialogs* d = dialogs;
+    // Window changes asked for in the middle of the job happen on the window's thread.
+    FirmwareHooks hooks;
+    hooks.setFrameTitle = [this](const std::string& title) {
+        const QString t = QString::fromStdString(title);
+        QMetaObject::invokeMethod(this, [this, t] { frame_config->setTitle(t); }, Qt::QueuedConnection);
+    };
+    hooks.showList = [this] {
+        QMetaObject::invokeMethod(this, [this] { List1->setVisible(true); List1->raise(); }, Qt::QueuedConnection);
+    };
+    jobs_.run<FirmwareResult>(
+        [in, d, reporter, hooks] {
+            PortSerialLinkFactory ports;
+            return runFirmwareUpdate(in, *d, *reporter, ports, hooks);
+        },
+        [this](FirmwareResult r) {
+            reporter_->flush();
+            Timer5->start();
+            Command7->setEnabled(true);
+            setStatus("READY");
+            transferProgress->setVisible(false);
+            state.fwupdateser = QString::fromStdString(r.fwupdateser);
+            emit firmwareFinished();
+        });
+}
+
+void MainWindow::Command4_Click()
+{
+    List1->clear();
+    frame_config->setTitle("Konfiguration auf Controller laden");
+    Command4->setEnabled(false);
+    ConfigUploadInputs in;
+    in.eepromdirect = state.eepromdirect.toStdString();
+    in.fwupdateser = state.fwupdateser.toStdString();
+    in.port = chosenPort();
+    in.programFolder = programFolder();
+    reporter_ = makeReporter();
+    UiReporter* reporter = reporter_.get();
+    Dialogs* d = dialogs;
+    auto showList = [this] {
+        QMetaObject::invokeMethod(this, [this] { List1->setVisible(true); List1->raise(); }, Qt::QueuedConnection);
+    };
+    jobs_.run<ConfigUploadResult>(
+        [in, d, reporter, showList] {
+            PortSerialLinkFactory ports;
+            return runConfigUpload(in, *d, *reporter, ports, showList);
+        },
+        [this](ConfigUploadResult r) {
+            reporter_->flush();
+            if (r.eepromdirectTaken)
+                state.eepromdirect.clear();
+            Command4->setEnabled(true);
+            if (r.cancelled) {
+                Timer2->start();
+                Timer5->start();
+            } else if (r.transfer) {
+                setStatus("READY");
+            }
+            emit uploadFinished();
+        });
+}
+
+void MainWindow::Command17_Click()
+{
+    const std::string number = askRecoveryNumber(*dialogs);
+    state.fwupdateser = QString::fromStdString(number);
+    if (number.empty())
+        return;
+    vers->setText("RECOVERY");
+    frame_config->setVisible(true);
+    frame_config->raise();
+    Command6->setEnabled(false);
+    Command1->setEnabled(true);
+    Command4->setEnabled(true);
+    Command6->setEnabled(false);
 }
 
 void MainWindow::Command5_Click()

@@ -94,6 +94,8 @@ public:
     // Service functions reached through the configuration panel's context menu.
     void readDataBlock();
     void copySerialNumber();
+    // The older firmware workflow (version file over HTTP, no hardware part).
+    void olderFirmwareUpdate();
 
 signals:
     void scanFinished();
@@ -101,10 +103,15 @@ signals:
     void connectFinished();
     void firmwareCheckFinished();
     void readoutFinished();
+    void firmwareFinished();
+    void uploadFinished();
     // Asked before the installer download; tests answer it instead of the message box.
 
 public slots:
     void verbinden_Click();
+    void Command7_Click();
+    void Command4_Click();
+    void Command17_Click();
     void Command15_Click();
     void Command5_Click();
     void Comboport_Click();
@@ -126,6 +133,7 @@ private:
     void softwareUpdateCheck();
     void runSelfUpdate(const QString& versionText);
     std::unique_ptr<UiReporter> makeReporter();
+    void runFirmware(bool olderForm);
     void PortScan();
     void applyScan(const ScanResult& scan);
     void startupAfterScan();

@@ -15,6 +15,8 @@ bool isFatalPortError(QSerialPort::SerialPortError error)
 {
     switch (error) {
     case QSerialPort::ResourceError:       // device vanished (unplugged USB adapter, closed pty)
+    case QSerialPort::ReadError:           // a hung-up line reads as an endless read error
+    case QSerialPort::WriteError:
     case QSerialPort::DeviceNotFoundError:
     case QSerialPort::PermissionError:
     case QSerialPort::NotOpenError:

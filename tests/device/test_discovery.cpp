@@ -34,6 +34,7 @@ private slots:
     {
         QVERIFY(isFatalPortError(QSerialPort::ResourceError));
         QVERIFY(isFatalPortError(QSerialPort::DeviceNotFoundError));
+        QVERIFY(isFatalPortError(QSerialPort::ReadError));
         QVERIFY(!isFatalPortError(QSerialPort::TimeoutError));
         QVERIFY(!isFatalPortError(QSerialPort::NoError));
         QVERIFY(!isFatalPortError(QSerialPort::UnsupportedOperationError));

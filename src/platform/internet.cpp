@@ -11,6 +11,10 @@
 #include <mutex>
 #include <sstream>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 namespace veltro {
 
 namespace {
@@ -24,26 +28,41 @@ void globalInit()
     std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
 }
 
-// The system's CA bundle plus VELTRO_CA_FILE, as one PEM text (libcurl takes one bundle).
+bool readWhole(const std::string& path, std::string& out)
+{
+    std::ifstream in(path, std::ios::binary);
+    if (!in)
+        return false;
+    std::ostringstream s;
+    s << in.rdbuf();
+    out = s.str();
+    return true;
+}
+
+// The system's CA bundle plus VELTRO_CA_FILE as one PEM text: libcurl takes a single bundle,
+// and naming the extra file alone would drop every public CA. Built once per extra file.
 std::string caBundle(const std::string& extra)
 {
-    std::string pem;
-    for (const char* path : {"/etc/ssl/certs/ca-certificates.crt", "/etc/pki/tls/certs/ca-bundle.crt"}) {
-        std::ifstream in(path, std::ios::binary);
-        if (in) {
-            std::ostringstream s;
-            s << in.rdbuf();
-            pem = s.str();
+    static std::mutex mutex;
+    static std::string cachedFor;
+    static std::string cached;
+    std::lock_guard lock(mutex);
+    if (cachedFor == extra && !cached.empty())
+        return cached;
+
+    std::string system;
+    const curl_version_info_data* info = curl_version_info(CURLVERSION_NOW);
+    const char* builtIn = info && info->age >= CURLVERSION_SEVENTH ? info->cainfo : nullptr;
+    for (const char* path : {builtIn, "/etc/ssl/certs/ca-certificates.crt", "/etc/pki/tls/certs/ca-bundle.crt",
+                             "/etc/ssl/cert.pem"}) {
+        if (path && readWhole(path, system))
             break;
-        }
     }
-    std::ifstream in(extra, std::ios::binary);
-    if (in) {
-        std::ostringstream s;
-        s << in.rdbuf();
-        pem += "\n" + s.str();
-    }
-    return pem;
+    std::string added;
+    readWhole(extra, added);
+    cached = system + "\n" + added + "\n";
+    cachedFor = extra;
+    return cached;
 }
 
 size_t appendToString(char* data, size_t size, size_t count, void* user)
@@ -55,6 +74,12 @@ size_t appendToString(char* data, size_t size, size_t count, void* user)
 size_t appendToFile(char* data, size_t size, size_t count, void* user)
 {
     return std::fwrite(data, size, count, static_cast<std::FILE*>(user)) * size;
+}
+
+int reportProgress(void* user, curl_off_t total, curl_off_t received, curl_off_t, curl_off_t)
+{
+    const auto& progress = *static_cast<const DownloadProgress*>(user);
+    return progress(std::int64_t(received), std::int64_t(total)) ? 0 : 1;
 }
 
 struct Transfer {
@@ -69,7 +94,9 @@ struct Transfer {
         curl = curl_easy_init();
         if (!curl) return;
         curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
-        curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
+        curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L); // worker threads: no SIGALRM for DNS time-outs
+        curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http,https");
+        curl_easy_setopt(curl, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
         curl_easy_setopt(curl, CURLOPT_FOLLOWLOCATION, 1L);
         curl_easy_setopt(curl, CURLOPT_MAXREDIRS, 5L);
         curl_easy_setopt(curl, CURLOPT_FAILONERROR, 1L);
@@ -98,11 +125,32 @@ struct Transfer {
         if (headers) curl_slist_free_all(headers);
         if (curl) curl_easy_cleanup(curl);
     }
+    Transfer(const Transfer&) = delete;
+    Transfer& operator=(const Transfer&) = delete;
+
     std::string describe(CURLcode code) const
     {
         return errorBuffer[0] ? std::string(errorBuffer) : std::string(curl_easy_strerror(code));
     }
 };
+
+// A fresh file beside the target, so the final rename stays on one file system.
+std::FILE* openTemporaryBeside(const std::string& path, std::string& tempPath)
+{
+    std::string pattern = path + ".part-XXXXXX";
+    const int fd = ::mkstemp(pattern.data());
+    if (fd < 0)
+        return nullptr;
+    ::fchmod(fd, 0644);
+    std::FILE* file = ::fdopen(fd, "wb");
+    if (!file) {
+        ::close(fd);
+        std::remove(pattern.c_str());
+        return nullptr;
+    }
+    tempPath = pattern;
+    return file;
+}
 } // namespace
 
 void setTransferTimeouts(long connectMs, long textTotalMs, long downloadTotalMs)
@@ -132,11 +180,10 @@ FetchResult fetchText(const std::string& url)
     return result;
 }
 
-int downloadToFile(const std::string& url, const std::string& path)
+int downloadToFile(const std::string& url, const std::string& path, const DownloadProgress& progress)
 {
-    namespace fs = std::filesystem;
-    const std::string temp = path + ".part";
-    std::FILE* file = std::fopen(temp.c_str(), "wb");
+    std::string temp;
+    std::FILE* file = openTemporaryBeside(path, temp);
     if (!file)
         return int(CURLE_WRITE_ERROR);
     Transfer t(url, gDownloadMs.load());
@@ -147,6 +194,11 @@ int downloadToFile(const std::string& url, const std::string& path)
     }
     curl_easy_setopt(t.curl, CURLOPT_WRITEFUNCTION, appendToFile);
     curl_easy_setopt(t.curl, CURLOPT_WRITEDATA, file);
+    if (progress) {
+        curl_easy_setopt(t.curl, CURLOPT_XFERINFOFUNCTION, reportProgress);
+        curl_easy_setopt(t.curl, CURLOPT_XFERINFODATA, &progress);
+        curl_easy_setopt(t.curl, CURLOPT_NOPROGRESS, 0L);
+    }
     const CURLcode code = curl_easy_perform(t.curl);
     long status = 0;
     curl_easy_getinfo(t.curl, CURLINFO_RESPONSE_CODE, &status);
@@ -158,7 +210,7 @@ int downloadToFile(const std::string& url, const std::string& path)
         return code != CURLE_OK ? int(code) : int(CURLE_WRITE_ERROR);
     }
     std::error_code ec;
-    fs::rename(temp, path, ec);
+    std::filesystem::rename(temp, path, ec);
     if (ec) {
         std::remove(temp.c_str());
         return int(CURLE_WRITE_ERROR);

@@ -2,6 +2,8 @@
 // Internet transfers for the update server and the maker's web server, through libcurl.
 // Blocking calls: run them on a worker thread, never on the window's thread. Every transfer
 // asks for a fresh copy (no cache), verifies certificates, and ends by its time-outs.
+#include <cstdint>
+#include <functional>
 #include <string>
 
 namespace veltro {
@@ -16,15 +18,20 @@ struct FetchResult {
 // GET a URL as text. HTTP errors (404 and the like) are failures.
 FetchResult fetchText(const std::string& url);
 
-// GET a URL into a file: 0 on success, otherwise the curl code or the HTTP status. The file
-// is written under a temporary name and renamed at the end, so a failed download never leaves
-// a half file nor destroys an existing one.
-int downloadToFile(const std::string& url, const std::string& path);
+// Called now and then during a download with the bytes received so far and the size the
+// server announced (0 when it did not). Returning false cancels the download.
+using DownloadProgress = std::function<bool(std::int64_t received, std::int64_t total)>;
 
-// Percent-encodes what may not stand in a URL path segment (blanks and the like).
+// GET a URL into a file: 0 on success, otherwise the curl code or the HTTP status (>= 400).
+// The file is written under a temporary name in the same folder and renamed at the end, so
+// a failed download never leaves a half file nor destroys an existing one.
+int downloadToFile(const std::string& url, const std::string& path, const DownloadProgress& progress = {});
+
+// Percent-encodes what may not stand in a URL path segment (blanks, slashes, non-ASCII bytes
+// and the like); letters, digits and "-._~" stay as they are.
 std::string urlEncodePathSegment(const std::string& text);
 
-// Time-outs in milliseconds (connect, whole transfer); tests shorten them.
+// Time-outs in milliseconds (connect, whole text fetch, whole download); tests shorten them.
 void setTransferTimeouts(long connectMs, long textTotalMs, long downloadTotalMs);
 
 } // namespace veltro

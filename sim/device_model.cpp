@@ -358,8 +358,11 @@ DeviceModel::Output DeviceModel::take(Clock::time_point now)
             e.started = true;
             e.start = std::max(e.earliest, lastEnd_ + e.gap);
         }
-        if (now < e.start) {
-            result.wake = e.start;
+        // On a paced line nothing can be handed over before the first byte has crossed it;
+        // waking any earlier would only cost a second wake-up.
+        const auto firstDue = lineRate_ ? e.start + wireTime(e.sent + 1) : e.start;
+        if (now < firstDue) {
+            result.wake = firstDue;
             return result;
         }
         std::size_t due = e.bytes.size();

@@ -3,6 +3,7 @@
 #include "platform/waits.h"
 #include "util/runtime_error.h"
 
+#include <array>
 #include <cmath>
 #include <fstream>
 #include <iterator>
@@ -187,20 +188,28 @@ public:
             const std::uint8_t* data = image.data() + i;
             const std::uint8_t checksum = blockChecksum(n, complement, data);
 
-            if (!link_.writeByte(boot::SOH) || lostLine()) return TransferOutcome::Error;
-            say("sende Blocknummer: " + std::to_string(n));
             const auto blockByte = blockNumberByte(n);
             if (!blockByte) {
+                // The block byte cannot be formed: the start byte has gone out, nothing more.
+                if (!link_.writeByte(boot::SOH) || lostLine()) return TransferOutcome::Error;
+                say("sende Blocknummer: " + std::to_string(n));
                 say("Abbruch: das Abbild ist zu groß für den Bootloader (mehr als "
                     + std::to_string(kMaxBlocks) + " Blöcke)");
                 return TransferOutcome::Error;
             }
-            if (!link_.writeByte(*blockByte) || !link_.writeByte(std::uint8_t(complement))
-                || !link_.write(data, kBlockSize) || !link_.writeByte(checksum) || lostLine())
-            {
+            // SOH, block byte, complement, data, checksum: the bytes and their order are what
+            // the bootloader checks; they go out in one write so the line never idles
+            // between them.
+            frame_[0] = boot::SOH;
+            frame_[1] = *blockByte;
+            frame_[2] = std::uint8_t(complement);
+            std::copy(data, data + kBlockSize, frame_.begin() + 3);
+            frame_[3 + kBlockSize] = checksum;
+            if (!link_.write(frame_.data(), frame_.size())) {
                 if (!lostLine()) say("Verbindung zum Controller unterbrochen!");
                 return TransferOutcome::Error;
             }
+            say("sende Blocknummer: " + std::to_string(n));
 
             switch (blockAnswer(Clock::now() + p_.answerWait)) {
             case Answer::Ack:
@@ -237,6 +246,7 @@ private:
     const TransferParams& p_;
     Reporter& r_;
     bool reportedLoss_ = false;
+    std::array<std::uint8_t, 3 + kBlockSize + 1> frame_{};
 };
 
 } // namespace

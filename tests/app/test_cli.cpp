@@ -1,6 +1,7 @@
 #include "app/cli.h"
 #include "sim_ports.h"
 
+#include <QFile>
 #include <QFileInfo>
 #include <QTest>
 
@@ -45,6 +46,36 @@ private slots:
         QVERIFY(text.contains("Layout: 180\n"));
         QVERIFY(text.contains("Datei: " + ports.homePath() + "/1A2B3C4D.eep\n"));
         QCOMPARE(QFileInfo(ports.homePath() + "/1A2B3C4D.eep").size(), 1026);
+    }
+
+    // The bootloader transfers with the window's texts on stderr and a progress line.
+    void transfers()
+    {
+        SimPorts ports;
+        auto& c = ports.add(5);
+        const QString file = ports.homePath() + "/fw.bin";
+        QFile f(file);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write(QByteArray(300, 'x'));
+        f.close();
+
+        std::ostringstream out, err;
+        QCOMPARE(runCli({"flash-firmware", file.toStdString(), "--port", "5"}, out, err), 0);
+        const QString log = QString::fromStdString(err.str());
+        QVERIFY2(log.contains("Blöcke gesamt: 3\n") && log.contains("100 % übertragen!\n")
+                     && log.endsWith("Erfolgreich geflasht!\n"),
+                 qPrintable(log));
+        QCOMPARE(int(c.receivedMode()), 0x7B);
+        QCOMPARE(c.receivedImage().size(), std::size_t(384));
+
+        c.setBootFaults(sim::BootFaults{.noHandshake = true});
+        std::ostringstream out2, err2;
+        QCOMPARE(runCli({"upload-config", file.toStdString(), "--port", "5"}, out2, err2), 1);
+        QVERIFY(QString::fromStdString(err2.str()).endsWith("Handshake fehlgeschlagen!\n"));
+
+        std::ostringstream out3, err3;
+        QCOMPARE(runCli({"upload-config", "/nonexistent/x.tmp", "--port", "5"}, out3, err3), 1);
+        QVERIFY(QString::fromStdString(err3.str()).contains("Datei nicht gefunden"));
     }
 
     void identifyFailures_data()

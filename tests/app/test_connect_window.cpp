@@ -1,6 +1,8 @@
 #include "app/main_window.h"
 #include "local_http_server.h"
+#include "test_files.h"
 #include "platform/dialogs.h"
+#include "scripted_dialogs.h"
 #include "sim_ports.h"
 
 #include <QComboBox>
@@ -16,40 +18,19 @@
 #include <QTimer>
 
 using namespace veltro;
+using veltro::test::writeFile;
+using veltro::test::readFile;
 using veltro::test::LocalHttpServer;
+using veltro::test::ScriptedDialogs;
 using veltro::test::SimPorts;
 
 namespace {
-class ScriptedDialogs : public Dialogs {
-public:
-    bool yes = false;
-    QStringList asked;
-    bool question(const std::string& title, const std::string& text) override
-    {
-        asked << QString::fromStdString(title) + "|" + QString::fromStdString(text);
-        return yes;
-    }
-    void message(const std::string& title, const std::string& text) override
-    {
-        asked << QString::fromStdString(title) + "|" + QString::fromStdString(text);
-    }
-    std::optional<std::string> input(const std::string&, const std::string&) override { return std::nullopt; }
-    std::optional<std::string> openFile(const std::string&) override { return std::nullopt; }
-};
-
-void writeFile(const QString& path, const QByteArray& content)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly));
-    f.write(content);
-}
-
 struct Window {
     MainWindow w;
     ScriptedDialogs dialogs;
     Window()
     {
+        dialogs.rest = false;
         w.dialogs = &dialogs;
         QSignalSpy done(&w, &MainWindow::startupFinished);
         w.show();
@@ -255,14 +236,14 @@ private slots:
 
         auto* w = new MainWindow;
         ScriptedDialogs dialogs;
-        dialogs.yes = answer;
+        dialogs.rest = answer;
         w->dialogs = &dialogs;
         w->setAttribute(Qt::WA_DeleteOnClose, false);
         QSignalSpy done(w, &MainWindow::startupFinished);
         w->show();
         w->Form_Load();
         QVERIFY(done.wait(30000));
-        QCOMPARE(dialogs.asked, QStringList({"Software-Update runterladen?|Auf dem Server befindet sich "
+        QCOMPARE(dialogs.asked(), QStringList({"Software-Update runterladen?|Auf dem Server befindet sich "
                                              "Softwareversion 1.06. Soll die aktuelle Version runtergeladen "
                                              "und installiert werden?"}));
         const QString setup = ports.homePath() + "/setup.exe";
@@ -288,7 +269,7 @@ private slots:
         SimPorts ports;
         MainWindow w;
         ScriptedDialogs dialogs;
-        dialogs.yes = true;
+        dialogs.rest = true;
         w.dialogs = &dialogs;
         QSignalSpy done(&w, &MainWindow::startupFinished);
         w.show();

@@ -1,5 +1,6 @@
 #include "app/main_window.h"
 #include "local_http_server.h"
+#include "test_files.h"
 #include "scripted_dialogs.h"
 #include "sim_ports.h"
 
@@ -19,14 +20,6 @@ using namespace veltro;
 using namespace veltro::test;
 
 namespace {
-void writeFile(const QString& path, const QByteArray& content)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly));
-    f.write(content);
-}
-
 QStringList lines(QListWidget* list)
 {
     QStringList out;

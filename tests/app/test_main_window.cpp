@@ -1,6 +1,5 @@
 #include "app/demo.h"
 #include "app/main_window.h"
-#include "platform/dialogs.h"
 #include "sim_ports.h"
 
 #include <QComboBox>
@@ -18,24 +17,6 @@ using namespace veltro;
 using veltro::test::SimPorts;
 
 namespace {
-// Answers every question with a fixed reply and remembers what was asked.
-class ScriptedDialogs : public Dialogs {
-public:
-    bool yes = false;
-    QStringList asked;
-    bool question(const std::string& title, const std::string& text) override
-    {
-        asked << QString::fromStdString(title) + "|" + QString::fromStdString(text);
-        return yes;
-    }
-    void message(const std::string& title, const std::string& text) override
-    {
-        asked << QString::fromStdString(title) + "|" + QString::fromStdString(text);
-    }
-    std::optional<std::string> input(const std::string&, const std::string&) override { return std::nullopt; }
-    std::optional<std::string> openFile(const std::string&) override { return std::nullopt; }
-};
-
 void startUp(MainWindow& w)
 {
     QSignalSpy done(&w, &MainWindow::startupFinished);

@@ -1,5 +1,6 @@
 #include "flash/jobs.h"
 #include "local_http_server.h"
+#include "test_files.h"
 #include "platform/qt_serial_link.h"
 #include "recording_reporter.h"
 #include "scripted_dialogs.h"
@@ -14,14 +15,6 @@ using namespace veltro;
 using namespace veltro::test;
 
 namespace {
-void writeFile(const QString& path, const QByteArray& content)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly));
-    f.write(content);
-}
-
 QByteArray firmwareFile(int size, char seed)
 {
     QByteArray b(size, 0);

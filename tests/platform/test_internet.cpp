@@ -1,4 +1,5 @@
 #include "local_http_server.h"
+#include "test_files.h"
 #include "platform/endpoints.h"
 #include "platform/internet.h"
 
@@ -12,23 +13,11 @@
 #include <vector>
 
 using namespace veltro;
+using veltro::test::writeFile;
+using veltro::test::readFile;
 using veltro::test::LocalHttpServer;
 
 namespace {
-void writeFile(const QString& path, const QByteArray& content)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly));
-    f.write(content);
-}
-
-QByteArray readFile(const QString& path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
-
 // Generous for transfers that should work on a busy machine, short where a test waits for a
 // time-out to end a transfer.
 void normalTimeouts() { setTransferTimeouts(5000, 15000, 15000); }

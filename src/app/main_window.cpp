@@ -15,6 +15,7 @@
 #include <QAction>
 #include <QApplication>
 #include <QClipboard>
+#include <QCloseEvent>
 #include <QEvent>
 #include <QComboBox>
 #include <QGroupBox>
@@ -468,12 +469,14 @@ void MainWindow::runFirmware(bool olderForm)
     hooks.showList = [this] {
         QMetaObject::invokeMethod(this, [this] { List1->setVisible(true); List1->raise(); }, Qt::QueuedConnection);
     };
+    transferring_ = true;
     jobs_.run<FirmwareResult>(
         [in, d, reporter, hooks] {
             PortSerialLinkFactory ports;
             return runFirmwareUpdate(in, *d, *reporter, ports, hooks);
         },
         [this](FirmwareResult r) {
+            transferring_ = false;
             reporter_->flush();
             Timer5->start();
             Command7->setEnabled(true);
@@ -500,12 +503,14 @@ void MainWindow::Command4_Click()
     auto showList = [this] {
         QMetaObject::invokeMethod(this, [this] { List1->setVisible(true); List1->raise(); }, Qt::QueuedConnection);
     };
+    transferring_ = true;
     jobs_.run<ConfigUploadResult>(
         [in, d, reporter, showList] {
             PortSerialLinkFactory ports;
             return runConfigUpload(in, *d, *reporter, ports, showList);
         },
         [this](ConfigUploadResult r) {
+            transferring_ = false;
             reporter_->flush();
             if (r.eepromdirectTaken)
                 state.eepromdirect.clear();
@@ -545,6 +550,19 @@ void MainWindow::copySerialNumber()
     QClipboard* clipboard = QApplication::clipboard();
     clipboard->clear();
     clipboard->setText(QString::fromStdString(serialFromLabel(Label5->text().toStdString())));
+}
+
+void MainWindow::closeEvent(QCloseEvent* event)
+{
+    if (transferring_) {
+        // A controller left half-written would not start; the job ends by itself (done, failed
+        // or timed out), and then the window can close.
+        dialogs->message("MARDEKO VELTRO V1.05",
+                         "Die Übertragung zum Controller läuft noch. Bitte warten, bis sie beendet ist.");
+        event->ignore();
+        return;
+    }
+    QMainWindow::closeEvent(event);
 }
 
 bool MainWindow::eventFilter(QObject* watched, QEvent* event)

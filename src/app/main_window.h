@@ -124,6 +124,8 @@ public slots:
 
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
+    // A transfer to the bootloader is never cut off by closing the window.
+    void closeEvent(QCloseEvent* event) override;
 
 private:
     void buildControls();
@@ -144,6 +146,7 @@ private:
     std::unique_ptr<UiReporter> reporter_;
     std::unique_ptr<Dialogs> ownDialogs_;
     bool scanning_ = false;
+    bool transferring_ = false;
 };
 
 } // namespace veltro

@@ -142,7 +142,12 @@ private slots:
 
         writeFile(tmp, QByteArray(1023, 0x22));
         w.state.eepromdirect = tmp;
+        c.setHandshakeDelay(std::chrono::milliseconds(700));
         QTest::mouseClick(w.Command4, Qt::LeftButton);
+        // While the transfer runs the window refuses to close and says why.
+        QTRY_VERIFY_WITH_TIMEOUT(w.List1->isVisible(), 5000);
+        QVERIFY(!w.close());
+        QVERIFY(dialogs.asked().last().contains("Übertragung zum Controller läuft noch"));
         QVERIFY(done.wait(60000));
         QVERIFY(w.state.eepromdirect.isEmpty());
         QCOMPARE(lines(w.List1).last(), QString("Erfolgreich übertragen!"));

@@ -4,9 +4,8 @@
 #include "platform/endpoints.h"
 #include "platform/internet.h"
 #include "platform/waits.h"
+#include "util/numbers.h"
 
-#include <cctype>
-#include <cstdlib>
 #include <fstream>
 
 namespace veltro {
@@ -111,20 +110,6 @@ std::string firmwareInfoPath(const std::string& hwrevision, const std::string& b
     return "/fwupdate/VELTRO_" + hwrevision + "_" + btversion + ".txt";
 }
 
-double leadingNumber(const std::string& text, bool* ok)
-{
-    std::size_t i = 0;
-    while (i < text.size() && (text[i] == ' ' || text[i] == '\t'))
-        ++i;
-    const char* start = text.c_str() + i;
-    char* end = nullptr;
-    const double value = std::strtod(start, &end);
-    const bool parsed = end != start && (std::isdigit(static_cast<unsigned char>(*start))
-                                         || *start == '-' || *start == '+' || *start == '.');
-    if (ok) *ok = parsed;
-    return parsed ? value : 0.0;
-}
-
 bool newerFirmwareOnServer(const std::string& hwrevision, const std::string& btversion,
                            const std::string& firmwareversion)
 {
@@ -132,11 +117,9 @@ bool newerFirmwareOnServer(const std::string& hwrevision, const std::string& btv
     if (!reply.ok)
         return false;
     const std::string first = reply.body.substr(0, reply.body.find(','));
-    bool serverOk = false;
-    bool localOk = false;
-    const double server = leadingNumber(first, &serverOk);
-    const double local = leadingNumber(firmwareversion, &localOk);
-    return serverOk && localOk && local < server;
+    const auto server = leadingNumber(first);
+    const auto local = leadingNumber(firmwareversion);
+    return server && local && *local < *server;
 }
 
 } // namespace veltro

@@ -52,10 +52,6 @@ std::string olderFirmwareCaption(int minor);
 // The firmware information path on the update server: "/fwupdate/VELTRO_3_180.txt".
 std::string firmwareInfoPath(const std::string& hwrevision, const std::string& btversion);
 
-// Reads the leading decimal number of a text the way the tool always has ("  12abc" -> 12,
-// "abc" -> nullopt-like 0 with ok = false).
-double leadingNumber(const std::string& text, bool* ok = nullptr);
-
 // Asks the update server whether firmware newer than `firmware` exists for this hardware.
 // Errors (server down, malformed file) count as "no".
 bool newerFirmwareOnServer(const std::string& hwrevision, const std::string& btversion,

@@ -1,8 +1,8 @@
 #include "device/self_update.h"
 
-#include "device/identify.h"
 #include "platform/endpoints.h"
 #include "platform/internet.h"
+#include "util/numbers.h"
 
 #include <QFile>
 #include <QProcess>
@@ -25,11 +25,9 @@ std::optional<SelfUpdateOffer> selfUpdateOfferFrom(const std::string& reply, con
     field1 = field1.substr(0, field1.find(','));
     while (!field1.empty() && (field1.back() == '\r' || field1.back() == '\n'))
         field1.pop_back();
-    bool serverOk = false;
-    bool localOk = false;
-    const double server = leadingNumber(reply.substr(0, comma), &serverOk);
-    const double local = leadingNumber(programmversion, &localOk);
-    if (!serverOk || !localOk || !(local < server))
+    const auto server = leadingNumber(reply.substr(0, comma));
+    const auto local = leadingNumber(programmversion);
+    if (!server || !local || !(*local < *server))
         return std::nullopt;
     return SelfUpdateOffer{field1};
 }

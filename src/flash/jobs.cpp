@@ -2,9 +2,9 @@
 
 #include "platform/endpoints.h"
 #include "platform/internet.h"
+#include "util/numbers.h"
 #include "util/runtime_error.h"
 
-#include <cctype>
 #include <cstdio>
 #include <fstream>
 #include <sstream>
@@ -42,18 +42,6 @@ std::vector<std::string> splitFields(const std::string& text)
         while (!f.empty() && (f.back() == '\r' || f.back() == '\n'))
             f.pop_back();
     return fields;
-}
-
-// The leading decimal number of a text ("170 neu" -> 170); nullopt when there is none.
-std::optional<double> leadingNumber(const std::string& text)
-{
-    std::size_t i = 0;
-    while (i < text.size() && text[i] == ' ') ++i;
-    const char* start = text.c_str() + i;
-    char* end = nullptr;
-    const double v = std::strtod(start, &end);
-    if (end == start) return std::nullopt;
-    return v;
 }
 
 std::string readFile(const std::string& path)

@@ -434,6 +434,16 @@ void MainWindow::Command15_Click()
         });
 }
 
+std::function<void()> MainWindow::showListFromJob()
+{
+    return [this] {
+        QMetaObject::invokeMethod(this, [this] {
+            List1->setVisible(true);
+            List1->raise();
+        }, Qt::QueuedConnection);
+    };
+}
+
 void MainWindow::Command7_Click()
 {
     runFirmware(false);
@@ -466,9 +476,7 @@ void MainWindow::runFirmware(bool olderForm)
         const QString t = QString::fromStdString(title);
         QMetaObject::invokeMethod(this, [this, t] { frame_config->setTitle(t); }, Qt::QueuedConnection);
     };
-    hooks.showList = [this] {
-        QMetaObject::invokeMethod(this, [this] { List1->setVisible(true); List1->raise(); }, Qt::QueuedConnection);
-    };
+    hooks.showList = showListFromJob();
     transferring_ = true;
     jobs_.run<FirmwareResult>(
         [in, d, reporter, hooks] {
@@ -500,9 +508,7 @@ void MainWindow::Command4_Click()
     reporter_ = makeReporter();
     UiReporter* reporter = reporter_.get();
     Dialogs* d = dialogs;
-    auto showList = [this] {
-        QMetaObject::invokeMethod(this, [this] { List1->setVisible(true); List1->raise(); }, Qt::QueuedConnection);
-    };
+    auto showList = showListFromJob();
     transferring_ = true;
     jobs_.run<ConfigUploadResult>(
         [in, d, reporter, showList] {

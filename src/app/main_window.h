@@ -7,6 +7,7 @@
 
 #include <QMainWindow>
 
+#include <functional>
 #include <memory>
 
 class QComboBox;
@@ -136,6 +137,8 @@ private:
     void runSelfUpdate(const QString& versionText);
     std::unique_ptr<UiReporter> makeReporter();
     void runFirmware(bool olderForm);
+    // For a job on a worker thread: shows the step list on the window's thread.
+    std::function<void()> showListFromJob();
     void PortScan();
     void applyScan(const ScanResult& scan);
     void startupAfterScan();

@@ -1,41 +1,25 @@
 // veltro-vehicles run as the maintainer runs it.
 #include "editor/codec.h"
 
-#include <QFile>
+#include "test_files.h"
+
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
 
 using namespace veltro;
+using namespace veltro::test;
 
 namespace {
 
-struct Run {
-    int exitCode = -1;
-    QByteArray out;
-    QByteArray err;
-};
-
-Run runTool(const QStringList& args)
+// Runs the tool with "@" in its arguments standing for `dir`; the exit code, -1 after a crash.
+int runTool(QProcess& p, QStringList args, const QString& dir)
 {
-    QProcess p;
+    for (QString& a : args)
+        a.replace("@", dir);
     p.start(QStringLiteral(VELTRO_VEHICLES_TOOL), args);
     p.waitForFinished(30000);
-    return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1, p.readAllStandardOutput(),
-            p.readAllStandardError()};
-}
-
-void writeBytes(const QString& path, const QByteArray& bytes)
-{
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly));
-    f.write(bytes);
-}
-
-QByteArray readBytes(const QString& path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+    return p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
 }
 
 const QByteArray kLines =
@@ -48,46 +32,42 @@ const QByteArray kLines =
 class TestVehiclesTool : public QObject {
     Q_OBJECT
 private slots:
-    // Text files as maintainers write them: the stored form is always the CR LF text, coded,
-    // plus CR LF.
-    void encode_data()
+    // Text files as maintainers write them: the stored form is the CR LF text, coded, and CR LF;
+    // decoding prints the CR LF text.
+    void encodeDecode_data()
     {
         QTest::addColumn<QByteArray>("text");
         QTest::newRow("CR LF, no end") << kLines;
-        QTest::newRow("CR LF at the end") << kLines + "\r\n";
-        QTest::newRow("LF line ends") << QByteArray(kLines).replace("\r\n", "\n") + "\n";
+        QTest::newRow("LF line ends and at the end") << QByteArray(kLines).replace("\r\n", "\n") + "\n";
     }
-    void encode()
+    void encodeDecode()
     {
         QFETCH(QByteArray, text);
         QTemporaryDir dir;
-        writeBytes(dir.filePath("v.txt"), text);
-        const Run enc = runTool({"encode", dir.filePath("v.txt"), dir.filePath("v.fzd")});
-        QVERIFY2(enc.exitCode == 0, enc.err.constData());
-        const QByteArray stored = readBytes(dir.filePath("v.fzd"));
-        QCOMPARE(stored, QByteArray::fromStdString(CodeDecode(kLines.toStdString(), kCodecKey)) + "\r\n");
-
-        const Run dec = runTool({"decode", dir.filePath("v.fzd")});
-        QCOMPARE(dec.exitCode, 0);
-        QCOMPARE(dec.out, kLines);
+        QVERIFY(writeFile(dir.filePath("v.txt"), text));
+        QProcess enc, dec;
+        QVERIFY2(runTool(enc, {"encode", "@/v.txt", "@/v.fzd"}, dir.path()) == 0, enc.readAllStandardError().constData());
+        QCOMPARE(readFile(dir.filePath("v.fzd")), QByteArray::fromStdString(CodeDecode(kLines.toStdString(), kCodecKey)) + "\r\n");
+        QCOMPARE(runTool(dec, {"decode", "@/v.fzd"}, dir.path()), 0);
+        QCOMPARE(dec.readAllStandardOutput(), kLines);
     }
 
     void badInput_data()
     {
-        QTest::addColumn<QStringList>("args");   // "@" stands for the temporary folder
+        QTest::addColumn<QStringList>("args");
         QTest::addColumn<QByteArray>("text");    // written to @/in.txt
         QTest::addColumn<QByteArray>("message");
+        const QStringList encode{"encode", "@/in.txt", "@/out.fzd"};
         QTest::newRow("no arguments") << QStringList{} << QByteArray() << QByteArray("usage");
-        QTest::newRow("unknown command") << QStringList{"pack", "@/in.txt"} << QByteArray("x") << QByteArray("usage");
         QTest::newRow("decode a missing file") << QStringList{"decode", "@/none.fzd"} << QByteArray() << QByteArray("no such file");
-        QTest::newRow("decode a one-byte file") << QStringList{"decode", "@/in.txt"} << QByteArray("x") << QByteArray("shorter than two bytes");
-        QTest::newRow("too few fields") << QStringList{"encode", "@/in.txt", "@/out.fzd"} << QByteArray("KLEMME15-01-02\r\n") << QByteArray("seven fields");
-        QTest::newRow("empty line") << QStringList{"encode", "@/in.txt", "@/out.fzd"} << kLines + "\r\n\r\n" + kLines << QByteArray("seven fields");
-        QTest::newRow("record the editor cannot match") << QStringList{"encode", "@/in.txt", "@/out.fzd"}
+        QTest::newRow("decode one byte") << QStringList{"decode", "@/in.txt"} << QByteArray("x") << QByteArray("shorter than two bytes");
+        QTest::newRow("too few fields") << encode << QByteArray("KLEMME15-01-02\r\n") << QByteArray("seven fields");
+        QTest::newRow("empty line") << encode << kLines + "\r\n\r\n" + kLines << QByteArray("seven fields");
+        QTest::newRow("record the editor cannot match") << encode
             << QByteArray("Drehzahl-0cxF0x04x00x03x02x00x00-01x08x00x00x00x00x00x00-DREHZAHL-0-1-DISPLAY") << QByteArray("upper-case hex");
-        QTest::newRow("value above 255") << QStringList{"encode", "@/in.txt", "@/out.fzd"}
+        QTest::newRow("value above 255") << encode
             << QByteArray("Drehzahl-0CxF0x04x00x03x02x00x00-01x08x00x00x00x00x00x00-DREHZAHL-0-256-DISPLAY") << QByteArray("0 to 255");
-        QTest::newRow("empty text") << QStringList{"encode", "@/in.txt", "@/out.fzd"} << QByteArray("\r\n") << QByteArray("empty");
+        QTest::newRow("empty text") << encode << QByteArray("\r\n") << QByteArray("empty");
     }
     void badInput()
     {
@@ -95,12 +75,11 @@ private slots:
         QFETCH(QByteArray, text);
         QFETCH(QByteArray, message);
         QTemporaryDir dir;
-        writeBytes(dir.filePath("in.txt"), text);
-        for (QString& a : args)
-            a.replace("@", dir.path());
-        const Run run = runTool(args);
-        QVERIFY(run.exitCode != 0);
-        QVERIFY2(run.err.contains(message), run.err.constData());
+        QVERIFY(writeFile(dir.filePath("in.txt"), text));
+        QProcess run;
+        QVERIFY(runTool(run, args, dir.path()) != 0);
+        const QByteArray err = run.readAllStandardError();
+        QVERIFY2(err.contains(message), err.constData());
         QVERIFY(!QFile::exists(dir.filePath("out.fzd")));
     }
 };

@@ -1,7 +1,7 @@
 #include "util/numbers.h"
 
 #include <cctype>
-#include <cstdlib>
+#include <charconv>
 
 namespace veltro {
 
@@ -10,13 +10,18 @@ std::optional<double> leadingNumber(const std::string& text)
     std::size_t i = 0;
     while (i < text.size() && (text[i] == ' ' || text[i] == '\t'))
         ++i;
-    const char* start = text.c_str() + i;
-    const unsigned char first = static_cast<unsigned char>(*start);
-    if (!(std::isdigit(first) || first == '-' || first == '+' || first == '.'))
-        return std::nullopt; // strtod would also take "inf", "nan" and hex
-    char* end = nullptr;
-    const double value = std::strtod(start, &end);
-    if (end == start)
+    if (i < text.size() && text[i] == '+')
+        ++i;
+    const char* start = text.data() + i;
+    const char* const last = text.data() + text.size();
+    const unsigned char first = start < last ? static_cast<unsigned char>(*start) : 0;
+    if (!(std::isdigit(first) || first == '-' || first == '.'))
+        return std::nullopt; // no "inf" or "nan"
+    // from_chars reads "1.06" with a point whatever the process locale says; strtod would
+    // stop at the point under a German locale, which the window sets up at start.
+    double value = 0;
+    const auto [end, ec] = std::from_chars(start, last, value);
+    if (ec != std::errc() || end == start)
         return std::nullopt;
     return value;
 }

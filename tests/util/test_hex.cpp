@@ -1,4 +1,5 @@
 #include "util/hex.h"
+#include "util/numbers.h"
 #include "util/runtime_error.h"
 
 #include <QTest>
@@ -152,6 +153,27 @@ private slots:
         QCOMPARE(QString::fromStdString(HexBytesBlank(Bytes{0x0A, 0x1B, 0x2C})), QString("0A 1B 2C"));
         QCOMPARE(QString::fromStdString(HexBytesBlank(Bytes{0x05})), QString("05"));
         QCOMPARE(QString::fromStdString(HexBytesBlank(Bytes{})), QString());
+    }
+
+    void leadingNumber_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<double>("number"); // -1: no number
+        QTest::newRow("version with point") << "1.06" << 1.06;
+        QTest::newRow("first field") << " 170,1.70" << 170.0;
+        QTest::newRow("trailing text") << "12abc" << 12.0;
+        QTest::newRow("plus sign") << "+3" << 3.0;
+        QTest::newRow("hex is not read") << "0x10" << 0.0;
+        QTest::newRow("no digits") << "abc" << -1.0;
+        QTest::newRow("inf") << "inf" << -1.0;
+        QTest::newRow("empty") << "" << -1.0;
+    }
+    void leadingNumber()
+    {
+        QFETCH(QString, text);
+        QFETCH(double, number);
+        const auto got = veltro::leadingNumber(text.toStdString());
+        QCOMPARE(got.value_or(-1.0), number);
     }
 
     void errorsCarryNumberAndText()

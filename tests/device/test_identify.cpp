@@ -3,8 +3,8 @@
 #include "platform/qt_serial_link.h"
 #include "recording_reporter.h"
 #include "sim_ports.h"
+#include "test_files.h"
 
-#include <QFile>
 #include <QTest>
 
 #include <functional>
@@ -12,6 +12,8 @@
 using namespace veltro;
 using veltro::test::RecordingReporter;
 using veltro::test::SimPorts;
+using veltro::test::readFile;
+using veltro::test::writeFile;
 
 using Setup = std::function<void(sim::VirtualController&)>;
 Q_DECLARE_METATYPE(Setup)
@@ -23,79 +25,67 @@ ConnectResult connectTo(sim::VirtualController& c, RecordingReporter& reporter)
     QtSerialLink link(c.path());
     ConnectResult r = runConnect(link, reporter);
     if (link.isOpen())
-        qWarning("port left open");
+        QTest::qFail("port left open", __FILE__, __LINE__);
     return r;
+}
+
+Setup layout(int value)
+{
+    return [value](sim::VirtualController& c) { c.setLayout(std::uint8_t(value)); };
+}
+Setup faults(sim::AnswerFaults f)
+{
+    return [f](sim::VirtualController& c) { c.setFaults(sim::Request::Identify, f); };
 }
 } // namespace
 
 class TestIdentify : public QObject {
     Q_OBJECT
 private slots:
+    // Serial 1A2B3C4D, firmware 166 and layout 180 unless the row changes them. `tail`: the
+    // last status texts.
     void connect_data()
     {
         QTest::addColumn<Setup>("setup");
+        QTest::addColumn<ConnectOutcome>("outcome");
         QTest::addColumn<bool>("current");
         QTest::addColumn<bool>("older");
-        QTest::addColumn<QString>("lastStatus");
-        QTest::addColumn<QString>("serial");
-
-        auto none = [](sim::VirtualController&) {};
-        QTest::newRow("current layout") << Setup(none) << true << false << "CHECKSUMME OK - VERBUNDEN!" << "1A2B3C4D";
-        QTest::newRow("late echo after several requests")
-            << Setup([](sim::VirtualController& c) {
-                   c.setFaults(sim::Request::Identify, sim::AnswerFaults{.echoFromRequest = 7});
-               })
-            << true << false << "CHECKSUMME OK - VERBUNDEN!" << "1A2B3C4D";
-        QTest::newRow("garbage with the echo, then a clean echo")
-            << Setup([](sim::VirtualController& c) {
-                   c.setFaults(sim::Request::Identify,
-                               sim::AnswerFaults{.garbageBeforeEcho = {0x55, 0x66}, .garbageRequests = 2});
-               })
-            << true << false << "CHECKSUMME OK - VERBUNDEN!" << "1A2B3C4D";
-        // Checksum error: the status stays at the last byte value (byte 1025), serial shown.
-        QTest::newRow("checksum error")
-            << Setup([](sim::VirtualController& c) {
-                   c.setFirmware(0x02A6);
-                   c.setFaults(sim::Request::Identify, sim::AnswerFaults{.wrongChecksum = true});
-               })
-            << false << false << "2" << "1A2B3C4D";
-        QTest::newRow("layout 178") << Setup([](sim::VirtualController& c) { c.setLayout(178); }) << false << false
-                                    << "0" << "1A2B3C4D";
-        QTest::newRow("layout 179") << Setup([](sim::VirtualController& c) { c.setLayout(179); }) << true << false
-                                    << "CHECKSUMME OK - VERBUNDEN!" << "1A2B3C4D";
-        QTest::newRow("layout 181") << Setup([](sim::VirtualController& c) { c.setLayout(181); }) << true << false
-                                    << "CHECKSUMME OK - VERBUNDEN!" << "1A2B3C4D";
-        QTest::newRow("layout 182") << Setup([](sim::VirtualController& c) { c.setLayout(182); }) << false << false
-                                    << "0" << "1A2B3C4D";
-        QTest::newRow("older layout")
-            << Setup([](sim::VirtualController& c) {
-                   c.setLayout(120);
-                   c.setImageByte(127, 5);
-                   c.setImageByte(126, 7);
-               })
-            << false << true << "CHECKSUMME OK - VERBUNDEN!" << "1A2B3C4D";
+        QTest::addColumn<QStringList>("tail");
+        const QStringList ok{"CHECKSUMME OK - VERBUNDEN!"};
+        const auto checked = ConnectOutcome::Checked;
+        QTest::newRow("late echo after several requests") << faults({.echoFromRequest = 7}) << checked << true
+                                                          << false << ok;
+        QTest::newRow("layout 178") << layout(178) << checked << false << false << QStringList{"0"};
+        QTest::newRow("layout 179") << layout(179) << checked << true << false << ok;
+        QTest::newRow("layout 181") << layout(181) << checked << true << false << ok;
+        QTest::newRow("layout 182") << layout(182) << checked << false << false << QStringList{"0"};
+        QTest::newRow("older layout") << Setup([](sim::VirtualController& c) {
+            c.setLayout(120);
+            c.setImageByte(127, 5);
+        }) << checked << false << true << ok;
         QTest::newRow("current layout with byte 127 = 5")
-            << Setup([](sim::VirtualController& c) {
-                   c.setImageByte(127, 5);
-                   c.setImageByte(126, 66);
-               })
-            << true << true << "CHECKSUMME OK - VERBUNDEN!" << "1A2B3C4D";
-        QTest::newRow("older layout with a checksum error")
-            << Setup([](sim::VirtualController& c) {
-                   c.setLayout(120);
-                   c.setImageByte(127, 5);
-                   c.setFaults(sim::Request::Identify, sim::AnswerFaults{.wrongChecksum = true});
-               })
-            << false << false << "0" << "1A2B3C4D";
+            << Setup([](sim::VirtualController& c) { c.setImageByte(127, 5); }) << checked << true << true << ok;
+        // The status stays at the value of byte 1025 (firmware high byte 2).
+        QTest::newRow("checksum error") << Setup([](sim::VirtualController& c) {
+            c.setFirmware(0x02A6);
+            c.setFaults(sim::Request::Identify, sim::AnswerFaults{.wrongChecksum = true});
+        }) << checked << false << false << QStringList{"2"};
+        QTest::newRow("no echo") << Setup([](sim::VirtualController& c) { c.setSilent(true); })
+                                 << ConnectOutcome::ResetNotRecognised << false << false
+                                 << QStringList{"Datenanforderung...", "Reset nicht erkannt!", "ERROR"};
+        QTest::newRow("short image") << faults({.shortAnswer = std::size_t(600)}) << ConnectOutcome::ImageTimeout
+                                     << false << false << QStringList{"Datenanforderung...", "ERROR600"};
+        QTest::newRow("unplugged") << Setup([](sim::VirtualController& c) { c.unplug(); })
+                                   << ConnectOutcome::PortFailed << false << false
+                                   << QStringList{"Öffne Com-Port", "ERROR"};
     }
     void connect()
     {
         QFETCH(Setup, setup);
+        QFETCH(ConnectOutcome, outcome);
         QFETCH(bool, current);
         QFETCH(bool, older);
-        QFETCH(QString, lastStatus);
-        QFETCH(QString, serial);
-
+        QFETCH(QStringList, tail);
         SimPorts ports;
         auto& c = ports.add(4);
         c.setSerial(0x1A2B3C4D);
@@ -104,64 +94,20 @@ private slots:
         RecordingReporter reporter;
         const ConnectResult r = connectTo(c, reporter);
 
-        QCOMPARE(r.outcome, ConnectOutcome::Checked);
+        QCOMPARE(r.outcome, outcome);
         QCOMPARE(r.currentLayout, current);
         QCOMPARE(r.olderLayout, older);
-        QCOMPARE(reporter.lastStatus(), lastStatus);
-        QCOMPARE(QString::fromStdString(r.serial), serial);
         const QStringList s = reporter.statuses();
+        QCOMPARE(s.mid(s.size() - tail.size()), tail);
+        if (outcome != ConnectOutcome::Checked)
+            return;
+        QCOMPARE(QString::fromStdString(r.serial), QString("1A2B3C4D"));
+        // Then the status counts through the image: the values of bytes 0..1025.
         QCOMPARE(s.mid(0, 3), QStringList({"Öffne Com-Port", "Com-Port geöffnet", "Datenanforderung..."}));
-        // The status counts through the image: 1026 byte values follow.
         QCOMPARE(int(r.byteTexts.size()), 1026);
         QCOMPARE(s.at(3), QString::fromStdString(r.byteTexts.front()));
         QCOMPARE(s.at(3 + 1025), QString::fromStdString(r.byteTexts.back()));
-    }
-
-    void failures_data()
-    {
-        QTest::addColumn<Setup>("setup");
-        QTest::addColumn<ConnectOutcome>("outcome");
-        QTest::addColumn<QStringList>("tail");
-        QTest::newRow("no echo") << Setup([](sim::VirtualController& c) { c.setSilent(true); })
-                                 << ConnectOutcome::ResetNotRecognised
-                                 << QStringList({"Datenanforderung...", "Reset nicht erkannt!", "ERROR"});
-        QTest::newRow("short image")
-            << Setup([](sim::VirtualController& c) {
-                   c.setFaults(sim::Request::Identify, sim::AnswerFaults{.shortAnswer = std::size_t(600)});
-               })
-            << ConnectOutcome::ImageTimeout << QStringList({"Datenanforderung...", "ERROR600"});
-        QTest::newRow("echo only, no image")
-            << Setup([](sim::VirtualController& c) {
-                   c.setFaults(sim::Request::Identify, sim::AnswerFaults{.shortAnswer = std::size_t(0)});
-               })
-            << ConnectOutcome::ImageTimeout << QStringList({"Datenanforderung...", "ERROR0"});
-    }
-    void failures()
-    {
-        QFETCH(Setup, setup);
-        QFETCH(ConnectOutcome, outcome);
-        QFETCH(QStringList, tail);
-        SimPorts ports;
-        auto& c = ports.add(4);
-        setup(c);
-        RecordingReporter reporter;
-        const ConnectResult r = connectTo(c, reporter);
-        QCOMPARE(r.outcome, outcome);
-        QVERIFY(!r.connected());
-        QCOMPARE(reporter.statuses().mid(reporter.statuses().size() - tail.size()), tail);
-    }
-
-    void unplugged()
-    {
-        SimPorts ports;
-        auto& c = ports.add(4);
-        c.unplug();
-        RecordingReporter reporter;
-        QtSerialLink link(c.path());
-        const ConnectResult r = runConnect(link, reporter);
-        QVERIFY(!r.connected());
-        QVERIFY(!link.isOpen());
-        QCOMPARE(reporter.lastStatus(), QString("ERROR"));
+        QCOMPARE(s.at(3 + 1025), QString::number(r.image[1025]));
     }
 
     // The saved image holds positions 0..1025; a second connect overwrites it in place.
@@ -170,39 +116,32 @@ private slots:
         SimPorts ports;
         auto& c = ports.add(4);
         c.setSerial(0x0F0B1703);
-        Bytes config(1008);
-        for (std::size_t i = 0; i < config.size(); ++i)
-            config[i] = std::uint8_t(i * 7);
-        c.setConfiguration(config);
         RecordingReporter reporter;
-        ConnectResult r = connectTo(c, reporter);
-        QVERIFY(r.currentLayout);
-        const std::string path = saveImageFile(ports.home(), r.serial, r.image);
-        QCOMPARE(QString::fromStdString(path), ports.homePath() + "/0F0B1703.eep");
-        QFile f(QString::fromStdString(path));
-        QVERIFY(f.open(QIODevice::ReadOnly));
-        const QByteArray saved = f.readAll();
-        f.close();
-        const Bytes expected = c.image();
-        QCOMPARE(saved.size(), 1026);
-        QCOMPARE(QByteArray(reinterpret_cast<const char*>(expected.data()), 1026), saved);
+        const QString path = ports.homePath() + "/0F0B1703.eep";
+        auto connectAndSave = [&] {
+            const ConnectResult r = connectTo(c, reporter);
+            QVERIFY(r.currentLayout);
+            QCOMPARE(QString::fromStdString(saveImageFile(ports.home(), r.serial, r.image)), path);
+        };
+        auto image = [&] { return QByteArray(reinterpret_cast<const char*>(c.image().data()), 1026); };
+        connectAndSave();
+        QCOMPARE(readFile(path), image());
 
+        writeFile(path, readFile(path) + "tail"); // a longer file keeps what lies beyond 1025
         c.setImageByte(0, 0xEE);
-        r = connectTo(c, reporter);
-        QCOMPARE(saveImageFile(ports.home(), r.serial, r.image), path);
-        QVERIFY(f.open(QIODevice::ReadOnly));
-        const QByteArray again = f.readAll();
-        QCOMPARE(again.size(), 1026);
-        QCOMPARE(quint8(again[0]), quint8(0xEE));
+        connectAndSave();
+        QCOMPARE(readFile(path), image() + "tail");
+        QCOMPARE(quint8(readFile(path).at(0)), quint8(0xEE));
     }
 
-    void dataBlockReadout()
+    void readouts()
     {
         SimPorts ports;
         auto& c = ports.add(4);
         c.setManufacturingDate(2023, 11, 5);
         c.setDataSerialByte(0x0A);
         c.setLambdaCalibration(0x003C);
+        c.setWord(0xFF00);
         RecordingReporter reporter;
         QtSerialLink link(c.path());
         const DataBlockResult r = runDataBlockReadout(link, reporter);
@@ -210,29 +149,15 @@ private slots:
         QCOMPARE(QString::fromStdString(r.dateText), QString("Herstellungsdatum des Gerätes: 5.11.2023"));
         QCOMPARE(QString::fromStdString(r.lambdaText), QString("Lambda-CAL: &H003C"));
         QCOMPARE(QString::fromStdString(r.serial), QString("A5BDF"));
-        QCOMPARE(reporter.lastStatus(), QString("CHECKSUMME OK - DATEN GELADEN!"));
+        QCOMPARE(QString::fromStdString(r.passwortcal), QString::number(0x0A + 256 * 5 + 65536 * 223));
         QCOMPARE(int(r.byteTexts.size()), 128);
+        QCOMPARE(reporter.lastStatus(), QString("CHECKSUMME OK - DATEN GELADEN!"));
 
-        c.setFaults(sim::Request::DataBlock, sim::AnswerFaults{.wrongChecksum = true});
-        RecordingReporter bad;
-        const DataBlockResult wrong = runDataBlockReadout(link, bad);
-        QVERIFY(!wrong.ok);
-        QCOMPARE(bad.lastStatus(), QString::fromStdString(wrong.byteTexts.back()));
-    }
-
-    void wordReadout()
-    {
-        SimPorts ports;
-        auto& c = ports.add(4);
-        c.setWord(0xFF00);
-        RecordingReporter reporter;
-        QtSerialLink link(c.path());
-        const WordResult r = runWordReadout(link, reporter);
-        QVERIFY(r.ok);
-        QCOMPARE(int(r.word), -256);
+        const WordResult w = runWordReadout(link, reporter);
+        QVERIFY(w.ok);
+        QCOMPARE(int(w.word), -256);
         c.setSilent(true);
-        const WordResult none = runWordReadout(link, reporter);
-        QVERIFY(!none.ok);
+        QVERIFY(!runWordReadout(link, reporter).ok);
         QCOMPARE(reporter.lastStatus(), QString("ERROR"));
     }
 };

@@ -1,13 +1,6 @@
 #pragma once
-// A real HTTP and HTTPS server on 127.0.0.1 serving a folder, with a throw-away CA made for
-// this run. The server ends with this object.
-//
-//   LocalHttpServer server;
-//   QVERIFY(server.start(folder));   // python3 http_server.py, see there for the special paths
-//   server.exportEnvironment();      // VELTRO_UPDATE_HTTP/HTTPS, VELTRO_WEB_HTTP, VELTRO_CA_FILE
-//   ... run the code under test ...
-//   QVERIFY(server.requestedPaths().contains("/fwupdate/VELTRO.txt"));
-#include <QByteArray>
+// A real HTTP and HTTPS server on 127.0.0.1 serving a folder (see http_server.py), with a
+// throw-away CA made for this run. The server ends with this object.
 #include <QProcess>
 #include <QString>
 #include <QStringList>
@@ -23,7 +16,6 @@ public:
     LocalHttpServer& operator=(const LocalHttpServer&) = delete;
 
     bool start(const QString& servedDir);
-    void stop();
 
     QString httpRoot() const { return QString("http://127.0.0.1:%1").arg(httpPort_); }
     QString httpsRoot() const { return QString("https://127.0.0.1:%1").arg(httpsPort_); }
@@ -32,9 +24,6 @@ public:
     QStringList requestedPaths() const;
     // The value of a header of the n-th request ("" when absent).
     QString requestHeader(int index, const QString& name) const;
-    // Makes `path` answer with this status and body, after a delay (in the served folder's
-    // .control.json, read by the server on every request).
-    void setRule(const QString& path, int status, const QByteArray& body = {}, double delaySeconds = 0);
 
     // VELTRO_UPDATE_HTTP/HTTPS, VELTRO_WEB_HTTP and VELTRO_CA_FILE pointing at this server;
     // undone by clearEnvironment() and by the destructor.
@@ -44,7 +33,6 @@ public:
 private:
     QTemporaryDir certs_;
     QProcess process_;
-    QString servedDir_;
     int httpPort_ = 0;
     int httpsPort_ = 0;
     bool exported_ = false;

@@ -11,43 +11,31 @@ namespace veltro::test {
 
 class RecordingReporter : public Reporter {
 public:
-    void status(const std::string& text) override
-    {
-        std::lock_guard lock(mutex_);
-        statuses_ << QString::fromStdString(text);
-    }
-    void step(const std::string& line) override
-    {
-        std::lock_guard lock(mutex_);
-        steps_ << QString::fromStdString(line);
-    }
-    void percent(int value) override
-    {
-        std::lock_guard lock(mutex_);
-        percents_.push_back(value);
-    }
-    QStringList statuses() const
-    {
-        std::lock_guard lock(mutex_);
-        return statuses_;
-    }
-    QStringList steps() const
-    {
-        std::lock_guard lock(mutex_);
-        return steps_;
-    }
-    std::vector<int> percents() const
-    {
-        std::lock_guard lock(mutex_);
-        return percents_;
-    }
+    void status(const std::string& text) override { keep(statuses_, QString::fromStdString(text)); }
+    void step(const std::string& line) override { keep(steps_, QString::fromStdString(line)); }
+    void percent(int value) override { keep(percents_, value); }
+
+    QStringList statuses() const { return copy(statuses_); }
+    QStringList steps() const { return copy(steps_); }
+    std::vector<int> percents() const { return copy(percents_); }
     QString lastStatus() const
     {
-        std::lock_guard lock(mutex_);
-        return statuses_.isEmpty() ? QString() : statuses_.last();
+        const QStringList all = statuses();
+        return all.isEmpty() ? QString() : all.last();
     }
 
 private:
+    template <class List, class Value> void keep(List& list, const Value& value)
+    {
+        std::lock_guard lock(mutex_);
+        list.push_back(value);
+    }
+    template <class List> List copy(const List& list) const
+    {
+        std::lock_guard lock(mutex_);
+        return list;
+    }
+
     mutable std::mutex mutex_;
     QStringList statuses_;
     QStringList steps_;

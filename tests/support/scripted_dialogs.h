@@ -1,6 +1,7 @@
 #pragma once
 // Dialogs answered from a script: each question takes the next answer (Yes when the script has
-// run out, unless `rest` says otherwise); everything asked is recorded as "title|text".
+// run out, unless `rest` says otherwise); everything asked is recorded as "title|text", a file
+// dialog as "openFile".
 #include "platform/dialogs.h"
 
 #include <QStringList>
@@ -20,28 +21,22 @@ public:
 
     bool question(const std::string& title, const std::string& text) override
     {
+        record(title + "|" + text);
         std::lock_guard lock(mutex_);
-        asked_ << QString::fromStdString(title) + "|" + QString::fromStdString(text);
         if (answers.empty()) return rest;
         const bool a = answers.front();
         answers.pop_front();
         return a;
     }
-    void message(const std::string& title, const std::string& text) override
-    {
-        std::lock_guard lock(mutex_);
-        asked_ << QString::fromStdString(title) + "|" + QString::fromStdString(text);
-    }
+    void message(const std::string& title, const std::string& text) override { record(title + "|" + text); }
     std::optional<std::string> input(const std::string& title, const std::string& prompt) override
     {
-        std::lock_guard lock(mutex_);
-        asked_ << QString::fromStdString(title) + "|" + QString::fromStdString(prompt);
+        record(title + "|" + prompt);
         return inputAnswer;
     }
     std::optional<std::string> openFile(const std::string&) override
     {
-        std::lock_guard lock(mutex_);
-        asked_ << "openFile";
+        record("openFile");
         return fileAnswer;
     }
     QStringList asked() const
@@ -49,15 +44,14 @@ public:
         std::lock_guard lock(mutex_);
         return asked_;
     }
-    QStringList titles() const
-    {
-        QStringList t;
-        for (const QString& a : asked())
-            t << a.section('|', 0, 0);
-        return t;
-    }
 
 private:
+    void record(const std::string& line)
+    {
+        std::lock_guard lock(mutex_);
+        asked_ << QString::fromStdString(line);
+    }
+
     mutable std::mutex mutex_;
     QStringList asked_;
 };

@@ -20,12 +20,10 @@ SimPorts::~SimPorts()
 
 sim::VirtualController& SimPorts::add(int port)
 {
-    auto c = std::make_unique<sim::VirtualController>();
-    c->start();
-    auto& ref = *c;
-    controllers_[port] = std::move(c);
+    auto& c = *(controllers_[port] = std::make_unique<sim::VirtualController>());
+    c.start();
     exportPorts();
-    return ref;
+    return c;
 }
 
 sim::VirtualController& SimPorts::addSilent(int port)
@@ -33,12 +31,6 @@ sim::VirtualController& SimPorts::addSilent(int port)
     auto& c = add(port);
     c.setSilent(true);
     return c;
-}
-
-void SimPorts::remove(int port)
-{
-    controllers_.erase(port);
-    exportPorts();
 }
 
 void SimPorts::exportPorts()

@@ -21,8 +21,6 @@ public:
     // A pty on `port` on which nothing answers.
     sim::VirtualController& addSilent(int port);
     sim::VirtualController& at(int port) { return *controllers_.at(port); }
-    // Takes a number off the list again (the pty goes away).
-    void remove(int port);
 
     std::string home() const { return home_.path().toStdString(); }
     QString homePath() const { return home_.path(); }

@@ -1,10 +1,8 @@
 #pragma once
 // Small file helpers for tests: write a file (folders made on the way), read one back.
-#include <QByteArray>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QString>
 
 namespace veltro::test {
 

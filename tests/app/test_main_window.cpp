@@ -1,163 +1,89 @@
 #include "app/demo.h"
 #include "app/main_window.h"
+#include "flash/transfer.h"
+#include "local_http_server.h"
+#include "scripted_dialogs.h"
 #include "sim_ports.h"
+#include "test_files.h"
 
 #include <QComboBox>
-#include <QFile>
 #include <QGroupBox>
 #include <QLabel>
 #include <QListWidget>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
 
 using namespace veltro;
-using veltro::test::SimPorts;
+using namespace veltro::test;
 
 namespace {
-void startUp(MainWindow& w)
-{
-    QSignalSpy done(&w, &MainWindow::startupFinished);
-    w.show();
-    w.Form_Load();
-    QVERIFY(done.wait(30000));
-}
+// A started main window; connectNow() clicks VERBINDEN and keeps the status texts shown until
+// the connect has finished (byte values left out).
+struct Window {
+    MainWindow w;
+    ScriptedDialogs dialogs;
+    QStringList statuses;
+    Window()
+    {
+        w.dialogs = &dialogs;
+        QSignalSpy done(&w, &MainWindow::startupFinished);
+        w.show();
+        w.Form_Load();
+        QVERIFY(done.wait(30000));
+    }
+    void connectNow()
+    {
+        statuses.clear();
+        const auto sample = [this] {
+            const QString s = w.statusText();
+            if (!s.isEmpty() && !s.front().isDigit() && (statuses.isEmpty() || s != statuses.last()))
+                statuses << s;
+        };
+        QTimer poll;
+        QObject::connect(&poll, &QTimer::timeout, sample);
+        poll.start(0);
+        QSignalSpy connected(&w, &MainWindow::connectFinished);
+        QTest::mouseClick(w.verbinden, Qt::LeftButton);
+        QVERIFY(!w.verbinden->isEnabled());
+        QVERIFY(connected.wait(30000));
+        sample();
+    }
+};
 } // namespace
 
 class TestMainWindow : public QObject {
     Q_OBJECT
 private slots:
-    void initTestCase()
+    void init()
     {
-        // No update server in these tests: a closed port on this machine answers at once.
+        // No update server unless a test starts one: a closed port on this machine answers at once.
         qputenv("VELTRO_UPDATE_HTTP", "http://127.0.0.1:9");
         qputenv("VELTRO_UPDATE_HTTPS", "https://127.0.0.1:9");
     }
 
-    void designState()
-    {
-        MainWindow w;
-        QCOMPARE(w.windowTitle(), QString("MARDEKO VELTRO V1.05"));
-        QCOMPARE(w.Frame_verbinden->title(), QString("Verbindung mit VELTRO herstellen:"));
-        QCOMPARE(w.frame_config->title(), QString("Konfiguration"));
-        QCOMPARE(w.telnet->title(), QString("TELNET - TERMINAL"));
-        const QList<QPair<QPushButton*, QString>> captions = {
-            {w.verbinden, "VERBINDEN"}, {w.Command100, "LISTE AKTUALISIEREN"}, {w.Command17, "RECOVERY"},
-            {w.Command7, "FIRMWARE-UPDATE"}, {w.Command4, "CONFIG-UPLOAD"}, {w.Command10, "DISPLAY KONFIGURIEREN"},
-            {w.Command6, "CAN-BUS TUNNEL"}, {w.Command1, "TELNET TERMINAL"}, {w.Command8, "VERBINDUNG TRENNEN"},
-            {w.Command9, "REMOTE"}, {w.Command3, "BERICHT SENDEN"}, {w.Command2, "BEENDEN"},
-            {w.Command15, "Command15"}, {w.Command5, "Command5"}};
-        for (const auto& [b, caption] : captions)
-            QCOMPARE(b->text(), caption);
-        QCOMPARE(w.Label1->text(), QString("COM-PORT:"));
-        QCOMPARE(w.Label2->text(), QString("UPDATE VERFÜGBAR"));
-        QCOMPARE(w.hwversion->text(), QString("HARDWARE: "));
-        // Hidden labels and their design-time texts
-        QCOMPARE(w.state.fwupdateser, QString("drgdf"));
-        QCOMPARE(w.state.firmwareversion, QString("7"));
-        QCOMPARE(w.state.btversion, QString("65535"));
-        QCOMPARE(w.state.programmversion, QString("5"));
-        QCOMPARE(w.state.laststatus, QString("500"));
-        QCOMPARE(w.state.Label3, QString("4"));
-        QVERIFY(w.state.hwrevision.isEmpty() && w.state.ECUTYP.isEmpty() && w.state.eepromdirect.isEmpty());
-        // Timers: intervals, none running
-        const QList<QPair<QTimer*, int>> timers = {
-            {w.Timer1, 500}, {w.Timer2, 4000}, {w.Timer3, 500}, {w.Timer4, 50}, {w.Timer5, 1000}};
-        for (const auto& [t, ms] : timers) {
-            QCOMPARE(t->interval(), ms);
-            QVERIFY(!t->isActive());
-        }
-        // Panels at 30/30 twips with their start-up sizes
-        QCOMPARE(w.Frame_verbinden->geometry(), QRect(tw(30), tw(30), tw(3655), tw(3555)));
-        QCOMPARE(w.telnet->geometry(), QRect(tw(30), tw(30), tw(10000), tw(3555)));
-    }
-
-    void startWithNoPorts()
+    // No ports: READY and nothing to connect to; "BEENDEN" leaves the window 20 twips narrower
+    // and hides the terminal.
+    void noPortsAndEnd()
     {
         SimPorts ports;
-        MainWindow w;
-        startUp(w);
+        Window win;
+        MainWindow& w = win.w;
         QCOMPARE(w.statusText(), QString("READY"));
         QCOMPARE(w.Comboport->count(), 0);
-        QCOMPARE(w.List3->count(), 0);
         QVERIFY(!w.verbinden->isEnabled());
-        QVERIFY(w.Command100->isEnabled());
-        QVERIFY(w.Command17->isEnabled());
+        QVERIFY(w.Command100->isEnabled() && w.Command17->isEnabled());
         QCOMPARE(w.size(), QSize(tw(3800), tw(4380)));
-    }
-
-    // Controllers on 3 and 7, silent ports on 1 and 5: the chooser and its port list stay in
-    // step, the last controller is selected and VERBINDEN is enabled by that selection.
-    void scanFillsChooser()
-    {
-        SimPorts ports;
-        ports.addSilent(1);
-        ports.add(3).setFirmware(166);
-        ports.addSilent(5);
-        ports.add(7).setFirmware(170);
-        MainWindow w;
-        QSignalSpy scanned(&w, &MainWindow::scanFinished);
-        w.show();
-        w.Form_Load();
-        // While ports are probed the window answers and shows that it is busy.
-        QVERIFY(w.scanIndicator->isVisible());
-        QVERIFY(!w.verbinden->isEnabled());
-        QCOMPARE(w.statusText(), QString("READY"));
-        QVERIFY(scanned.wait(30000));
-        QVERIFY(!w.scanIndicator->isVisible());
-
-        QStringList entries;
-        QStringList numbers;
-        for (int i = 0; i < w.Comboport->count(); ++i) {
-            entries << w.Comboport->itemText(i);
-            numbers << w.List3->item(i)->text();
-        }
-        QCOMPARE(entries, QStringList({"COM1 verfügbar", "VELTRO FW V166 (COMPORT: 3)", "COM5 verfügbar",
-                                       "VELTRO FW V170 (COMPORT: 7)"}));
-        QCOMPARE(numbers, QStringList({"1", "3", "5", "7"}));
-        QCOMPARE(w.Comboport->currentIndex(), 3);
-        QVERIFY(w.verbinden->isEnabled());
-        QCOMPARE(w.Comboport->itemData(1, Qt::ToolTipRole).toString(), QString::fromStdString(ports.at(3).path()));
-
-        // "LISTE AKTUALISIEREN" rescans: the controller on 7 is gone, 3 is still there.
-        ports.remove(7);
-        QSignalSpy rescanned(&w, &MainWindow::scanFinished);
-        QTest::mouseClick(w.Command100, Qt::LeftButton);
-        QVERIFY(!w.Command100->isEnabled());
-        QVERIFY(!w.Command17->isEnabled());
-        QVERIFY(rescanned.wait(30000));
-        QCOMPARE(w.Comboport->count(), 3);
-        QCOMPARE(w.Comboport->currentIndex(), 1);
-        QCOMPARE(w.List3->item(1)->text(), QString("3"));
-        QVERIFY(w.Command100->isEnabled());
-    }
-
-    void disconnectAndEnd()
-    {
-        SimPorts ports;
-        MainWindow w;
-        startUp(w);
-        w.frame_config->setVisible(true);
-        w.Frame_verbinden->setVisible(false);
-        w.Timer3->start();
-        w.Label2->setVisible(true);
-        w.setStatus("CHECKSUMME OK - VERBUNDEN!");
-        QTest::mouseClick(w.Command8, Qt::LeftButton); // the port is already closed: no error
-        QVERIFY(!w.frame_config->isVisible());
-        QVERIFY(w.Frame_verbinden->isVisible());
-        QCOMPARE(w.statusText(), QString("READY"));
-        QVERIFY(!w.Timer3->isActive());
-        QVERIFY(!w.Label2->isVisible());
-
         w.telnet->setVisible(true);
         w.Command2_Click();
-        QCOMPARE(w.width(), tw(3780));
-        QCOMPARE(w.height(), tw(4380));
+        QCOMPARE(w.size(), QSize(tw(3780), tw(4380)));
         QVERIFY(!w.telnet->isVisible());
     }
 
+    // Timer5 counts the panel title down from 3 and stops.
     void waitCountdown()
     {
         MainWindow w;
@@ -169,51 +95,189 @@ private slots:
         }
         QCOMPARE(titles, QStringList({"Warten ... (3)", "Warten ... (2)", "Warten ... (1)"}));
         QVERIFY(!w.Timer5->isActive());
-        QCOMPARE(w.state.Label3, QString("4"));
-        // Timer2 gives the panel its title back and hides the step list.
-        w.List1->setVisible(true);
-        w.Timer2->start();
-        w.Timer2_Timer();
-        QCOMPARE(w.frame_config->title(), QString("Konfiguration"));
-        QVERIFY(!w.List1->isVisible());
-        QVERIFY(!w.Timer2->isActive());
+        QCOMPARE(w.state.Label3, QString("4")); // ready for the next countdown
     }
 
-    void updateNoticeBlinks()
-    {
-        MainWindow w;
-        w.show();
-        w.frame_config->setVisible(true);
-        w.Timer3_Timer();
-        QVERIFY(w.Label2->isVisible());
-        w.Timer3_Timer();
-        QVERIFY(!w.Label2->isVisible());
-    }
-
-    // `veltro --demo`: a virtual controller on the first free number, found and selected.
+    // `veltro --demo`: a virtual controller on the first free number, found and selected, and
+    // the sample vehicle catalogue in the program folder.
     void demoStartUp()
     {
-        SimPorts ports; // leaves the machine's ports out and gives a program folder
+        SimPorts ports; // leaves the machine's ports out and gives the program folder
         DemoSetup demo;
-        QCOMPARE(demo.programFolder(), ports.home());
-        MainWindow w;
-        startUp(w);
+        Window win;
+        MainWindow& w = win.w;
         QCOMPARE(w.Comboport->count(), 1);
-        QCOMPARE(w.Comboport->currentText(),
-                 QString("VELTRO FW V166 (COMPORT: %1)").arg(demo.portNumber()));
+        QCOMPARE(w.Comboport->currentText(), QString("VELTRO FW V166 (COMPORT: %1)").arg(demo.portNumber()));
         QVERIFY(w.verbinden->isEnabled());
-        // The demo program folder holds the sample vehicle catalogue.
         QVERIFY(QFile::exists(ports.homePath() + "/vehicles.inc"));
     }
 
-    void addItemKeepsLastLineCurrent()
+    // A wrong checksum leaves the connect panel with the last byte in the status bar. A good
+    // connect shows its status texts in order, then the configuration panel with its buttons,
+    // labels and link state, and saves the image under the serial number.
+    void connectToController()
     {
+        SimPorts ports;
+        auto& c = ports.add(4);
+        c.setSerial(0x0F0B1703);
+        c.setControllerType(2);
+        Window win;
+        MainWindow& w = win.w;
+        c.setFaults(sim::Request::Identify, sim::AnswerFaults{.wrongChecksum = true});
+        c.setFirmware(0x05A6);
+        win.connectNow();
+        QCOMPARE(w.statusText(), QString("5"));
+        QVERIFY(w.Frame_verbinden->isVisible());
+        QVERIFY(!w.frame_config->isVisible());
+        QCOMPARE(w.Label5->text(), QString("SERIENNUMMER: 0F0B1703"));
+        QVERIFY(w.verbinden->isEnabled());
+
+        c.setFaults(sim::Request::Identify, {});
+        c.setFirmware(166);
+        c.setResetDelay(std::chrono::milliseconds(300)); // "Datenanforderung..." stays long enough to see
+        win.connectNow();
+        // Texts set in quick succession may reach the status bar as the last of them only.
+        const QStringList order = {"Öffne Com-Port", "Com-Port geöffnet", "Datenanforderung...",
+                                   "CHECKSUMME OK - VERBUNDEN!"};
+        QVERIFY2(win.statuses.contains("Datenanforderung...") && win.statuses.last() == order.last(),
+                 qPrintable(win.statuses.join(" / ")));
+        for (qsizetype i = 1; i < win.statuses.size(); ++i)
+            QVERIFY2(order.indexOf(win.statuses[i - 1]) < order.indexOf(win.statuses[i]),
+                     qPrintable(win.statuses.join(" / ")));
+        QVERIFY(!w.Frame_verbinden->isVisible());
+        QVERIFY(w.frame_config->isVisible());
+        QVERIFY(w.verbinden->isEnabled());
+        QVERIFY(w.Command4->isVisible() && w.Command4->isEnabled());
+        QVERIFY(w.Command6->isEnabled() && w.Command1->isEnabled());
+        QCOMPARE(QStringList({w.Label5->text(), w.vers->text(), w.hwversion->text()}),
+                 QStringList({"SERIENNUMMER: 0F0B1703", "FIRMWARE V166", "HARDWAREVERSION: V3"}));
+        QCOMPARE(w.state.ECUTYP, QString("2"));
+        QCOMPARE(QFileInfo(ports.homePath() + "/0F0B1703.eep").size(), 1026);
+
+        // "VERBINDUNG TRENNEN": the job has closed the port already; back to the connect panel.
+        w.Timer3->start();
+        w.Label2->setVisible(true);
+        QTest::mouseClick(w.Command8, Qt::LeftButton);
+        QVERIFY(!w.frame_config->isVisible());
+        QVERIFY(w.Frame_verbinden->isVisible());
+        QCOMPARE(w.statusText(), QString("READY"));
+        QVERIFY(!w.Timer3->isActive());
+        QVERIFY(!w.Label2->isVisible());
+    }
+
+    // After a connect the firmware information is checked on the server: a newer number starts
+    // the blinking notice; an equal number, a file without a number or a server that is down
+    // leave the connect as it was.
+    void firmwareNotice_data()
+    {
+        QTest::addColumn<QByteArray>("info"); // empty: server down
+        QTest::addColumn<bool>("blinks");
+        QTest::newRow("newer") << QByteArray("170,1.70\r\n") << true;
+        QTest::newRow("equal") << QByteArray("166,1.66") << false;
+        QTest::newRow("no number") << QByteArray("neu") << false;
+        QTest::newRow("server down") << QByteArray() << false;
+    }
+    void firmwareNotice()
+    {
+        QFETCH(QByteArray, info);
+        QFETCH(bool, blinks);
+        QTemporaryDir served;
+        writeFile(served.path() + "/fwupdate/VELTRO_3_180.txt", info);
+        LocalHttpServer server;
+        if (!info.isEmpty()) {
+            QVERIFY(server.start(served.path()));
+            server.exportEnvironment();
+        }
+        SimPorts ports;
+        ports.add(4).setFirmware(166);
+        Window win;
+        QSignalSpy checked(&win.w, &MainWindow::firmwareCheckFinished);
+        win.connectNow();
+        QVERIFY(checked.wait(30000));
+        QCOMPARE(win.w.statusText(), QString("CHECKSUMME OK - VERBUNDEN!"));
+        QVERIFY(win.w.frame_config->isVisible());
+        QCOMPARE(win.w.Timer3->isActive(), blinks);
+    }
+
+    // The self-update check at the end of start-up: the question names the server's version;
+    // No downloads nothing; Yes downloads the installer, starts it and closes the tool.
+    void selfUpdate_data()
+    {
+        QTest::addColumn<bool>("answer");
+        QTest::newRow("no") << false;
+        QTest::newRow("yes") << true;
+    }
+    void selfUpdate()
+    {
+        QFETCH(bool, answer);
+        QTemporaryDir served;
+        QTemporaryDir marker;
+        const QString ran = marker.path() + "/installer-ran";
+        writeFile(served.path() + "/fwupdate/VELTRO.txt", "6,1.06\r\n");
+        writeFile(served.path() + "/fwupdate/VELTRO-setup.exe",
+                  QByteArray("#!/bin/sh\necho ok > '") + ran.toUtf8() + "'\n");
+        LocalHttpServer server;
+        QVERIFY(server.start(served.path()));
+        server.exportEnvironment();
+        SimPorts ports;
         MainWindow w;
-        w.Add_Item("eins");
-        w.Add_Item("zwei");
-        QCOMPARE(w.List1->count(), 2);
-        QCOMPARE(w.List1->currentRow(), 1);
-        QVERIFY(w.List1->selectedItems().isEmpty());
+        ScriptedDialogs dialogs;
+        dialogs.rest = answer;
+        w.dialogs = &dialogs;
+        QSignalSpy done(&w, &MainWindow::startupFinished);
+        w.show();
+        w.Form_Load();
+        QVERIFY(done.wait(30000));
+        QCOMPARE(dialogs.asked(), QStringList({"Software-Update runterladen?|Auf dem Server befindet sich "
+                                               "Softwareversion 1.06. Soll die aktuelle Version runtergeladen "
+                                               "und installiert werden?"}));
+        QCOMPARE(QFile::exists(ports.homePath() + "/setup.exe"), answer);
+        QCOMPARE(server.requestedPaths().contains("/fwupdate/VELTRO-setup.exe"), answer);
+        if (answer)
+            QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(ran), 10000);
+        QCOMPARE(w.isVisible(), !answer); // Yes: the tool closed itself for the installer
+    }
+
+    // "FIRMWARE-UPDATE" from the questions to the flashed controller. While blocks go out the
+    // window refuses to close; afterwards the countdown runs, the button is back, the status
+    // reads READY and the name is used up.
+    void firmwareUpdate()
+    {
+        QTemporaryDir served;
+        writeFile(served.path() + "/fwupdate/VELTRO_3_180.txt", "170,1.70");
+        writeFile(served.path() + "/fwupdate/3_180_lastfw", QByteArray(3000, 'F'));
+        LocalHttpServer server;
+        QVERIFY(server.start(served.path()));
+        server.exportEnvironment();
+        SimPorts ports;
+        auto& c = ports.add(3);
+        Window win;
+        MainWindow& w = win.w;
+        win.connectNow();
+        c.setHandshakeDelay(std::chrono::milliseconds(700)); // time to try closing
+
+        QSignalSpy done(&w, &MainWindow::firmwareFinished);
+        QSignalSpy percent(w.transferProgress, &QProgressBar::valueChanged);
+        QTest::mouseClick(w.Command7, Qt::LeftButton);
+        QVERIFY(!w.Command7->isEnabled());
+        QTRY_VERIFY_WITH_TIMEOUT(w.List1->isVisible(), 10000);
+        QVERIFY(!w.close());
+        QCOMPARE(win.dialogs.asked().last(), QString("MARDEKO VELTRO V1.05|Die Übertragung zum Controller läuft "
+                                                     "noch. Bitte warten, bis sie beendet ist."));
+        QVERIFY(done.wait(60000));
+        QTRY_VERIFY_WITH_TIMEOUT(c.transferComplete(), 5000); // EOT goes out unanswered
+        QCOMPARE(c.receivedImage(), transferImageOf(Bytes(3000, 'F')));
+        QCOMPARE(w.List1->item(0)->text(), QString("Starte Download..."));
+        QCOMPARE(w.List1->item(w.List1->count() - 1)->text(), QString("Erfolgreich geflasht!"));
+        QVERIFY(!percent.isEmpty());
+        QCOMPARE(w.statusText(), QString("READY"));
+        QVERIFY(w.Command7->isEnabled());
+        QCOMPARE(w.state.fwupdateser, QString("KJS"));
+        QCOMPARE(w.frame_config->title(), QString("Firmware-Update"));
+        QVERIFY(w.Timer5->isActive());
+        QTRY_COMPARE_WITH_TIMEOUT(w.frame_config->title(), QString("Warten ... (1)"), 5000);
+        QVERIFY(!w.Timer5->isActive());
+        QVERIFY(w.close());
     }
 };
 

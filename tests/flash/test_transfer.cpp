@@ -1,10 +1,12 @@
 #include "flash/transfer.h"
-#include "util/runtime_error.h"
 #include "platform/qt_serial_link.h"
 #include "recording_reporter.h"
 #include "sim_ports.h"
 
 #include <QTest>
+
+#include <array>
+#include <numeric>
 
 using namespace veltro;
 using veltro::test::RecordingReporter;
@@ -27,69 +29,34 @@ class TestTransfer : public QObject {
     Q_OBJECT
 private slots:
     // Block byte, complement and checksum as the bootloader checks them.
-    void frameRules_data()
-    {
-        QTest::addColumn<int>("n");
-        QTest::addColumn<int>("blockByte");
-        QTest::addColumn<int>("complement");
-        QTest::addColumn<int>("header"); // (1 + n + complement) mod 256
-        QTest::newRow("1") << 1 << 0x01 << 0xFE << 0;
-        QTest::newRow("255") << 255 << 0xFF << 0x00 << 0;
-        QTest::newRow("256") << 256 << 0x00 << 0xFE << 255;
-        QTest::newRow("510") << 510 << 0xFE << 0x00 << 255;
-        QTest::newRow("511") << 511 << 0xFF << 0xFE << 254;
-        QTest::newRow("766") << 766 << 0xFE << 0xFE << 253;
-        QTest::newRow("767") << 767 << 0xFF << 0xFD << 253;
-    }
     void frameRules()
     {
-        QFETCH(int, n);
-        QFETCH(int, blockByte);
-        QFETCH(int, complement);
-        QFETCH(int, header);
-        QCOMPARE(int(*blockNumberByte(n)), blockByte);
-        const int c = blockComplement(n, 0);
-        QCOMPARE(c, complement);
         const Bytes data = pattern(128);
-        int sum = 0;
-        for (auto b : data)
-            sum += b;
-        QCOMPARE(int(blockChecksum(n, c, data.data())), (header + sum) % 256);
-        QCOMPARE(int(blockChecksum(n, c, Bytes(128, 0).data())), header);
+        const int sum = std::accumulate(data.begin(), data.end(), 0);
+        // block, block byte, complement, (1 + block + complement) mod 256
+        const std::array<int, 4> rows[] = {{1, 0x01, 0xFE, 0},     {255, 0xFF, 0x00, 0}, {256, 0x00, 0xFE, 255},
+                                           {510, 0xFE, 0x00, 255}, {511, 0xFF, 0xFE, 254}, {767, 0xFF, 0xFD, 253}};
+        for (const auto& [n, blockByte, complement, header] : rows) {
+            QCOMPARE(int(*blockNumberByte(n)), blockByte);
+            QCOMPARE(blockComplement(n, 0), complement);
+            QCOMPARE(int(blockChecksum(n, complement, data.data())), (header + sum) % 256);
+            QCOMPARE(int(blockChecksum(n, complement, Bytes(128, 0).data())), header);
+        }
     }
 
-    void limits()
+    // The file, one terminating zero, zeros up to the next whole block; percentages halve to even.
+    void imageAndPercent()
     {
-        QVERIFY(!blockNumberByte(768).has_value());
-        QCOMPARE(blockComplement(1276, 42), 42); // above 1275 the last value stays
-        QCOMPARE(blockComplement(1020, 0), 0);
-        QCOMPARE(transferPercent(1, 3), 33);
-        QCOMPARE(transferPercent(1, 8), 12); // 12.5 rounds to even
-        QCOMPARE(transferPercent(3, 8), 38); // 37.5 rounds to even
-        QCOMPARE(transferPercent(767, 767), 100);
-    }
-
-    void imageRounding_data()
-    {
-        QTest::addColumn<int>("length");
-        QTest::addColumn<int>("blocks");
-        QTest::newRow("empty") << 0 << 1;
-        QTest::newRow("1") << 1 << 1;
-        QTest::newRow("127") << 127 << 1;
-        QTest::newRow("128 gets a whole extra block") << 128 << 2;
-        QTest::newRow("300") << 300 << 3;
-        QTest::newRow("largest for the bootloader") << 98175 << 767;
-    }
-    void imageRounding()
-    {
-        QFETCH(int, length);
-        QFETCH(int, blocks);
-        const Bytes file = pattern(std::size_t(length));
-        const Bytes image = transferImageOf(file);
-        QCOMPARE(int(image.size()), blocks * 128);
-        QVERIFY(std::equal(file.begin(), file.end(), image.begin()));
-        QVERIFY(std::all_of(image.begin() + length, image.end(), [](auto b) { return b == 0; }));
-        QVERIFY_THROWS_EXCEPTION(RuntimeError, LoadTransferImage("/nonexistent/veltro.bin"));
+        const std::pair<int, int> lengthToBlocks[] = {{0, 1}, {127, 1}, {128, 2}, {300, 3}, {98175, 767}};
+        for (const auto& [length, blocks] : lengthToBlocks) {
+            const Bytes file = pattern(std::size_t(length));
+            const Bytes image = transferImageOf(file);
+            QCOMPARE(int(image.size()), blocks * 128);
+            QVERIFY(std::equal(file.begin(), file.end(), image.begin()));
+            QVERIFY(std::all_of(image.begin() + length, image.end(), [](auto b) { return b == 0; }));
+        }
+        QCOMPARE(transferPercent(1, 8), 12); // 12.5
+        QCOMPARE(transferPercent(3, 8), 38); // 37.5
     }
 
     // Whole transfers against the virtual controller's bootloader over a pty.
@@ -97,49 +64,59 @@ private slots:
     {
         QTest::addColumn<int>("length");
         QTest::addColumn<bool>("firmware");
+        QTest::addColumn<bool>("garbageEcho");
         QTest::addColumn<sim::BootFaults>("faults");
         QTest::addColumn<TransferOutcome>("outcome");
+        QTest::addColumn<int>("accepted");
         QTest::addColumn<QString>("lastStep");
-        QTest::newRow("128 bytes, 2 blocks") << 128 << false << sim::BootFaults{} << TransferOutcome::Success
+        using Faults = sim::BootFaults;
+        using Outcome = TransferOutcome;
+        const QString flashed = "Erfolgreich geflasht!";
+        const QString retry = "Retry error!";
+        QTest::newRow("128 bytes, 2 blocks") << 128 << false << false << Faults{} << Outcome::Success << 2
                                              << "Erfolgreich übertragen!";
-        QTest::newRow("300 bytes, firmware") << 300 << true << sim::BootFaults{} << TransferOutcome::Success
-                                             << "Erfolgreich geflasht!";
+        QTest::newRow("300 bytes, firmware") << 300 << true << false << Faults{} << Outcome::Success << 3 << flashed;
         QTest::newRow("ten NAKs spread over blocks")
-            << 600 << true << sim::BootFaults{.nakBlock = {{1, 3}, {3, 4}, {5, 3}}} << TransferOutcome::Success
-            << "Erfolgreich geflasht!";
-        QTest::newRow("the eleventh NAK") << 600 << true << sim::BootFaults{.nakBlock = {{2, 6}, {4, 5}}}
-                                          << TransferOutcome::RetryError << "Retry error!";
-        QTest::newRow("no answer to block 2") << 600 << true << sim::BootFaults{.silentFromBlock = 2}
-                                              << TransferOutcome::RetryError << "Retry error!";
-        QTest::newRow("garbled answer is no answer")
-            << 600 << true << sim::BootFaults{.garbledBlock = 2} << TransferOutcome::RetryError << "Retry error!";
-        QTest::newRow("no handshake, configuration") << 128 << false << sim::BootFaults{.noHandshake = true}
-                                                     << TransferOutcome::HandshakeTimedOut
-                                                     << "Handshake fehlgeschlagen!";
-        QTest::newRow("unplugged after block 2") << 600 << true << sim::BootFaults{.unplugAfterBlock = 2}
-                                                 << TransferOutcome::Error
-                                                 << "Verbindung zum Controller unterbrochen!";
+            << 600 << true << false << Faults{.nakBlock = {{1, 3}, {3, 4}, {5, 3}}} << Outcome::Success << 5 << flashed;
+        QTest::newRow("the eleventh NAK") << 600 << true << false << Faults{.nakBlock = {{2, 6}, {4, 5}}}
+                                          << Outcome::RetryError << 3 << retry;
+        QTest::newRow("no answer to block 2") << 600 << true << false << Faults{.silentFromBlock = 2}
+                                              << Outcome::RetryError << 1 << retry;
+        QTest::newRow("garbled answer is no answer") << 600 << true << false << Faults{.garbledBlock = 2}
+                                                     << Outcome::RetryError << 1 << retry;
+        QTest::newRow("unplugged after block 2") << 600 << true << false << Faults{.unplugAfterBlock = 2}
+                                                 << Outcome::Error << 2 << "Verbindung zum Controller unterbrochen!";
+        QTest::newRow("echo with other characters is no reset")
+            << 10 << false << true << Faults{} << Outcome::ResetNotRecognised << 0 << "Reset nicht erkannt!";
+        QTest::newRow("768 blocks") << 98176 << true << false << Faults{} << Outcome::Error << 767
+                                    << "Abbruch: das Abbild ist zu groß für den Bootloader (mehr als 767 Blöcke)";
     }
     void transfer()
     {
         QFETCH(int, length);
         QFETCH(bool, firmware);
+        QFETCH(bool, garbageEcho);
         QFETCH(sim::BootFaults, faults);
         QFETCH(TransferOutcome, outcome);
+        QFETCH(int, accepted);
         QFETCH(QString, lastStep);
         SimPorts ports;
         auto& c = ports.add(3);
+        if (garbageEcho)
+            c.setFaults(sim::Request::Bootloader, {.garbageBeforeEcho = {0x41}});
         c.setBootFaults(faults);
-        const Bytes file = pattern(std::size_t(length));
-        const Bytes image = transferImageOf(file);
+        const Bytes image = transferImageOf(pattern(std::size_t(length)));
         QtSerialLink link(c.path());
         RecordingReporter reporter;
         const auto params = firmware ? TransferParams::firmware() : TransferParams::configuration();
         QCOMPARE(runTransfer(link, image, params, reporter), outcome);
         QVERIFY(!link.isOpen());
+        QCOMPARE(c.blocksAccepted(), accepted);
+        QCOMPARE(int(c.receivedMode()), firmware ? 0x7B : 0x7C);
         const QStringList steps = reporter.steps();
         QCOMPARE(steps.last(), lastStep);
-        QCOMPARE(int(c.receivedMode()), firmware ? 0x7B : 0x7C);
+        if (garbageEcho)
+            QVERIFY(c.bootReport().frames.empty()); // not a block went out
         if (outcome == TransferOutcome::Success) {
             QTRY_VERIFY_WITH_TIMEOUT(c.transferComplete(), 5000); // EOT goes out unanswered
             QCOMPARE(c.receivedImage(), image);
@@ -147,50 +124,14 @@ private slots:
             QVERIFY(steps.contains(firmware ? "sende 'EOT' !" : "sende 'End of transmitted'"));
             QCOMPARE(steps.mid(0, 2), firmware ? QStringList({"auf Reset warten...", "öffne COM-Port"})
                                                : QStringList({"öffne COM-Port", "auf Controllerreset warten..."}));
-            if (firmware) {
+            if (firmware)
                 QCOMPARE(reporter.percents().back(), 100);
-                QVERIFY(reporter.statuses().contains("100 % übertragen!"));
-            } else {
-                QCOMPARE(reporter.lastStatus(), QString("Erfolgreich übertragen!"));
-            }
+            QCOMPARE(reporter.lastStatus(), QString(firmware ? "100 % übertragen!" : "Erfolgreich übertragen!"));
         }
         if (outcome == TransferOutcome::RetryError) {
             QTRY_VERIFY_WITH_TIMEOUT(c.transferCancelled(), 5000); // 0x18 reached the controller
             QVERIFY(!c.transferComplete());
         }
-    }
-
-    // The bootloader's echo arrives together with other characters: that is no reset, so no
-    // block goes out.
-    void echoWithOtherCharactersIsNoReset()
-    {
-        SimPorts ports;
-        auto& c = ports.add(3);
-        c.setFaults(sim::Request::Bootloader, sim::AnswerFaults{.garbageBeforeEcho = {0x41}});
-        QtSerialLink link(c.path());
-        RecordingReporter reporter;
-        QCOMPARE(runTransfer(link, transferImageOf(pattern(10)), TransferParams::configuration(), reporter),
-                 TransferOutcome::ResetNotRecognised);
-        QCOMPARE(reporter.steps().last(), QString("Reset nicht erkannt!"));
-        QVERIFY(c.bootReport().frames.empty());
-        QVERIFY(!link.isOpen());
-    }
-
-    // 768 blocks: the first 767 go out, block 768 cannot be numbered and ends the job with a
-    // line that says why.
-    void tooLargeForTheBootloader()
-    {
-        SimPorts ports;
-        auto& c = ports.add(3);
-        QtSerialLink link(c.path());
-        RecordingReporter reporter;
-        QCOMPARE(runTransfer(link, transferImageOf(pattern(98176)), TransferParams::firmware(), reporter),
-                 TransferOutcome::Error);
-        QCOMPARE(c.blocksAccepted(), 767);
-        const QStringList steps = reporter.steps();
-        QCOMPARE(steps.at(steps.size() - 2), QString("sende Blocknummer: 768"));
-        QVERIFY(steps.last().contains("767"));
-        QVERIFY(!link.isOpen());
     }
 };
 

@@ -8,6 +8,7 @@
 #include "platform/qt_serial_link.h"
 #include "platform/reporter.h"
 
+#include <charconv>
 #include <ostream>
 
 namespace veltro {
@@ -46,11 +47,11 @@ int portArgument(const std::vector<std::string>& args)
 {
     for (std::size_t i = 0; i + 1 < args.size(); ++i)
         if (args[i] == "--port") {
-            try {
-                return std::stoi(args[i + 1]);
-            } catch (...) {
-                return 0;
-            }
+            // The whole argument must be the number: "6x" is no port 6.
+            const std::string& text = args[i + 1];
+            int port = 0;
+            const auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), port);
+            return ec == std::errc() && end == text.data() + text.size() ? port : 0;
         }
     return 0;
 }

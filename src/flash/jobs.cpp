@@ -177,7 +177,7 @@ ConfigUploadResult runConfigUpload(const ConfigUploadInputs& in, Dialogs& dialog
     Bytes image;
     try {
         image = LoadTransferImage(result.file);
-    } catch (const RuntimeError& e) {
+    } catch (const RuntimeError&) {
         link->close();
         const std::string why = "Datei nicht lesbar: " + result.file;
         reporter.status(why);

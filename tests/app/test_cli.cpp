@@ -42,6 +42,7 @@ private slots:
         QTest::newRow("silent controller") << "identify --port 2" << 1 << "" << "ERROR";
         QTest::newRow("number without port") << "identify --port 8" << 1 << "" << "ERROR";
         QTest::newRow("no port given") << "identify" << 2 << "" << "identify: --port N";
+        QTest::newRow("port with trailing text") << "identify --port 6x" << 2 << "" << "identify: --port N";
         QTest::newRow("unknown command") << "frobnicate" << 2 << "" << "usage: veltro-cli ports\n       veltro-cli up";
         QTest::newRow("no handshake") << "upload-config FILE --port 7" << 1 << "" << "Handshake fehlgeschlagen!";
         QTest::newRow("missing file") << "flash-firmware /nonexistent/fw.bin --port 6" << 1 << ""

@@ -3,7 +3,12 @@
 #include "platform/port_numbering.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 
+#ifdef Q_OS_UNIX
+#include <unistd.h>
+#endif
 #ifdef Q_OS_LINUX
 #include <linux/serial.h>
 #include <sys/ioctl.h>
@@ -117,6 +122,23 @@ void QtSerialLink::noteError()
 bool QtSerialLink::write(const std::uint8_t* data, std::size_t size)
 {
     if (!isOpen() || lost_) return false;
+#ifdef Q_OS_UNIX
+    // Straight to the driver while nothing of ours is queued: the bootloader answers every
+    // block, and going through the port's own buffer costs a poll before each write.
+    if (port_->bytesToWrite() == 0) {
+        const ssize_t n = ::write(port_->handle(), data, size);
+        if (n == ssize_t(size)) return true;
+        if (n > 0) {
+            data += n;
+            size -= std::size_t(n);
+        } else if (n < 0 && errno != EAGAIN && errno != EINTR) {
+            error_ = std::strerror(errno); // EIO: the line hung up (unplugged adapter, closed pty)
+            lost_ = true;
+            port_->close();
+            return false;
+        }
+    }
+#endif
     const qint64 n = port_->write(reinterpret_cast<const char*>(data), qint64(size));
     if (n != qint64(size)) {
         noteError();
@@ -141,6 +163,8 @@ bool QtSerialLink::write(const std::uint8_t* data, std::size_t size)
 void QtSerialLink::pull()
 {
     if (!isOpen()) return;
+    // Bytes already taken from the driver are what is waiting; the next wait fetches more.
+    if (port_->bytesAvailable() > 0) return;
     if (!port_->waitForReadyRead(0))
         noteError();
 }

@@ -37,7 +37,7 @@ public:
 
 private:
     void noteError();
-    void pull(); // move whatever the driver holds into the port's buffer, without blocking
+    void pull(); // when the port's buffer is empty, fetch what the driver holds, without blocking
 
     std::string location_;
     qint32 baud_;

@@ -306,28 +306,40 @@ void MainWindow::runSelfUpdate(const QString&)
                    });
 }
 
+template <typename Result, typename Work, typename Done>
+void MainWindow::runOnChosenPort(Work work, Done done)
+{
+    const int port = chosenPort();
+    reporter_ = makeReporter();
+    UiReporter* reporter = reporter_.get();
+    jobs_.run<Result>(
+        [port, reporter, work] {
+            auto link = PortSerialLinkFactory().create(port);
+            return work(*link, *reporter);
+        },
+        [this, done](Result r) {
+            reporter_->flush();
+            done(r);
+        });
+}
+
 void MainWindow::verbinden_Click()
 {
     Command4->setVisible(true);
     verbinden->setEnabled(false);
-    const int port = chosenPort();
-    reporter_ = makeReporter();
-    UiReporter* reporter = reporter_.get();
     const std::string folder = programFolder();
-    jobs_.run<ConnectResult>(
-        [port, reporter, folder] {
-            auto link = PortSerialLinkFactory().create(port);
-            ConnectResult r = runConnect(*link, *reporter);
+    runOnChosenPort<ConnectResult>(
+        [folder](SerialLink& link, Reporter& reporter) {
+            ConnectResult r = runConnect(link, reporter);
             if (r.currentLayout)
                 r.savedFile = saveImageFile(folder, r.serial, r.image);
             return r;
         },
-        [this](ConnectResult r) { applyConnect(r); });
+        [this](const ConnectResult& r) { applyConnect(r); });
 }
 
 void MainWindow::applyConnect(const ConnectResult& r)
 {
-    reporter_->flush();
     if (r.outcome == ConnectOutcome::Checked) {
         for (const std::string& b : r.byteTexts)
             List3->addItem(QString::fromStdString(b));
@@ -385,16 +397,9 @@ void MainWindow::startFirmwareCheck()
 
 void MainWindow::readDataBlock()
 {
-    const int port = chosenPort();
-    reporter_ = makeReporter();
-    UiReporter* reporter = reporter_.get();
-    jobs_.run<DataBlockResult>(
-        [port, reporter] {
-            auto link = PortSerialLinkFactory().create(port);
-            return runDataBlockReadout(*link, *reporter);
-        },
-        [this](DataBlockResult r) {
-            reporter_->flush();
+    runOnChosenPort<DataBlockResult>(
+        [](SerialLink& link, Reporter& reporter) { return runDataBlockReadout(link, reporter); },
+        [this](const DataBlockResult& r) {
             // The block's bytes go to the hidden list after the port numbers, which the
             // chooser still needs.
             for (const std::string& b : r.byteTexts)
@@ -418,16 +423,9 @@ void MainWindow::readDataBlock()
 
 void MainWindow::Command15_Click()
 {
-    const int port = chosenPort();
-    reporter_ = makeReporter();
-    UiReporter* reporter = reporter_.get();
-    jobs_.run<WordResult>(
-        [port, reporter] {
-            auto link = PortSerialLinkFactory().create(port);
-            return runWordReadout(*link, *reporter);
-        },
-        [this](WordResult r) {
-            reporter_->flush();
+    runOnChosenPort<WordResult>(
+        [](SerialLink& link, Reporter& reporter) { return runWordReadout(link, reporter); },
+        [this](const WordResult& r) {
             if (r.ok)
                 List3->addItem(QString::number(r.word));
             emit readoutFinished();

@@ -136,6 +136,10 @@ private:
     void softwareUpdateCheck();
     void runSelfUpdate(const QString& versionText);
     std::unique_ptr<UiReporter> makeReporter();
+    // Runs `work(link, reporter)` on the chosen port on a worker thread with a fresh reporter;
+    // `done` gets the result on this thread once the reporter's last texts are shown.
+    template <typename Result, typename Work, typename Done>
+    void runOnChosenPort(Work work, Done done);
     void runFirmware(bool olderForm);
     // For a job on a worker thread: shows the step list on the window's thread.
     std::function<void()> showListFromJob();

@@ -27,24 +27,28 @@ int lineOfSlot(int slot)
 
 } // namespace
 
-int matchingDisplayValue(const VehicleDescription& vehicle, const std::string& row)
+namespace {
+// The last entry whose record A is `row` (the later of two equal records wins); -1 for none.
+template <typename Entries>
+int lastWithRecordA(const Entries& entries, const std::string& row)
 {
     int match = -1;
-    for (std::size_t k = 0; k < vehicle.displayValues.size(); ++k) {
-        if (vehicle.displayValues[k].recordA == row)
+    for (std::size_t k = 0; k < entries.size(); ++k) {
+        if (entries[k].recordA == row)
             match = int(k);
     }
     return match;
 }
+} // namespace
+
+int matchingDisplayValue(const VehicleDescription& vehicle, const std::string& row)
+{
+    return lastWithRecordA(vehicle.displayValues, row);
+}
 
 int matchingSwitch(const VehicleDescription& vehicle, const std::string& row)
 {
-    int match = -1;
-    for (std::size_t k = 0; k < vehicle.switches.size(); ++k) {
-        if (vehicle.switches[k].recordA == row)
-            match = int(k);
-    }
-    return match;
+    return lastWithRecordA(vehicle.switches, row);
 }
 
 VehicleImageSource::VehicleImageSource(const VehicleDescription& vehicle, const EditorChoice& choice,

@@ -71,11 +71,12 @@ ConnectResult runConnect(SerialLink& link, Reporter& reporter)
         r.portError = link.errorText();
         status("ERROR");
     } else {
-        // Error ending: what is still waiting is read and counted.
+        // Error ending: what is waiting is read and thrown away, then what is waiting after
+        // that is counted (normally nothing: "ERROR0").
         std::size_t waiting = 0;
         if (link.isOpen()) {
-            waiting = link.bytesWaiting();
             link.readAll();
+            waiting = link.bytesWaiting();
         }
         status(hs.counter == 1 ? std::string("ERROR") : "ERROR" + std::to_string(waiting));
     }

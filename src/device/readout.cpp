@@ -12,13 +12,14 @@ std::string hexNoPad(std::uint8_t b)
     return b < 16 ? two.substr(1) : two;
 }
 
-// Error ending shared by the readouts: what is waiting is read and counted.
+// Error ending shared by the readouts: what is waiting is read and thrown away, then what is
+// still waiting after that is counted.
 void errorEnding(SerialLink& link, const Handshake& hs, std::string& finalStatus, Reporter& reporter)
 {
     std::size_t waiting = 0;
     if (link.isOpen() && !link.lost()) {
-        waiting = link.bytesWaiting();
         link.readAll();
+        waiting = link.bytesWaiting();
     }
     finalStatus = hs.counter == 1 || link.lost() ? std::string("ERROR") : "ERROR" + std::to_string(waiting);
     reporter.status(finalStatus);

@@ -74,7 +74,7 @@ private slots:
                                  << ConnectOutcome::ResetNotRecognised << false << false
                                  << QStringList{"Datenanforderung...", "Reset nicht erkannt!", "ERROR"};
         QTest::newRow("short image") << faults({.shortAnswer = std::size_t(600)}) << ConnectOutcome::ImageTimeout
-                                     << false << false << QStringList{"Datenanforderung...", "ERROR600"};
+                                     << false << false << QStringList{"Datenanforderung...", "ERROR0"};
         QTest::newRow("unplugged") << Setup([](sim::VirtualController& c) { c.unplug(); })
                                    << ConnectOutcome::PortFailed << false << false
                                    << QStringList{"Öffne Com-Port", "ERROR"};
@@ -156,6 +156,11 @@ private slots:
         const WordResult w = runWordReadout(link, reporter);
         QVERIFY(w.ok);
         QCOMPARE(int(w.word), -256);
+        // A block cut short: what arrived is read and thrown away before the waiting bytes are
+        // counted.
+        c.setFaults(sim::Request::DataBlock, sim::AnswerFaults{.shortAnswer = std::size_t(60)});
+        QVERIFY(!runDataBlockReadout(link, reporter).ok);
+        QCOMPARE(reporter.lastStatus(), QString("ERROR0"));
         c.setSilent(true);
         QVERIFY(!runWordReadout(link, reporter).ok);
         QCOMPARE(reporter.lastStatus(), QString("ERROR"));

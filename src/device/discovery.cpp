@@ -47,7 +47,14 @@ std::string freePortEntryText(int port)
     return "COM" + std::to_string(port) + " verfügbar";
 }
 
-ScanResult scanPorts(const std::map<int, std::string>& ports, const LinkMaker& makeLink)
+namespace {
+ScanEntry entryFor(int port, std::int32_t firmware, const std::string& location)
+{
+    return {port, firmware, firmware > 0 ? controllerEntryText(port, firmware) : freePortEntryText(port), location};
+}
+} // namespace
+
+ScanResult scanPorts(const std::map<int, std::string>& ports, const LinkMaker& makeLink, const EntryFound& found)
 {
     struct Probe {
         int port;
@@ -60,17 +67,20 @@ ScanResult scanPorts(const std::map<int, std::string>& ports, const LinkMaker& m
         if (port >= kFirstPortNumber && port <= kLastPortNumber)
             probes.push_back({port, location});
 
-    // A silent port costs the whole echo wait, so every port is probed at the same time;
-    // the results are then taken in ascending order.
+    // A silent port costs the whole echo wait, so every port is probed at the same time and
+    // each entry is handed on as soon as its probe ends; the result lists them in ascending
+    // order.
     // QThreads, not bare threads: the serial port's notifiers need a Qt thread.
     std::vector<std::unique_ptr<QThread>> threads;
     threads.reserve(probes.size());
     for (Probe& p : probes) {
-        threads.emplace_back(QThread::create([&p, &makeLink] {
+        threads.emplace_back(QThread::create([&p, &makeLink, &found] {
             auto link = makeLink(p.location);
             p.opens = PortTest(*link);
             if (p.opens)
                 p.firmware = portmap2maf(*link);
+            if (p.opens && found)
+                found(entryFor(p.port, p.firmware, p.location));
         }));
         threads.back()->start();
     }
@@ -81,23 +91,18 @@ ScanResult scanPorts(const std::map<int, std::string>& ports, const LinkMaker& m
     for (const Probe& p : probes) {
         if (!p.opens)
             continue;
-        ScanEntry e{p.port, p.firmware, {}, p.location};
-        if (p.firmware > 0) {
-            e.text = controllerEntryText(p.port, p.firmware);
+        if (p.firmware > 0)
             result.selected = int(result.entries.size());
-        } else {
-            e.text = freePortEntryText(p.port);
-        }
-        result.entries.push_back(std::move(e));
+        result.entries.push_back(entryFor(p.port, p.firmware, p.location));
     }
     return result;
 }
 
-ScanResult scanMachinePorts()
+ScanResult scanMachinePorts(const EntryFound& found)
 {
     return scanPorts(numberedPorts(), [](const std::string& location) {
         return std::make_unique<QtSerialLink>(location);
-    });
+    }, found);
 }
 
 } // namespace veltro

@@ -36,12 +36,16 @@ struct ScanResult {
 };
 
 using LinkMaker = std::function<std::unique_ptr<SerialLink>(const std::string& location)>;
+// Called on the probing thread as soon as one port's probe has ended, for every port that
+// opens; calls for different ports may come at the same time and in any order.
+using EntryFound = std::function<void(const ScanEntry&)>;
 
 // Tests and probes every numbered port concurrently (each on its own thread) and returns the
 // entries in ascending port order, as a scan one port after the other would list them.
-ScanResult scanPorts(const std::map<int, std::string>& ports, const LinkMaker& makeLink);
+ScanResult scanPorts(const std::map<int, std::string>& ports, const LinkMaker& makeLink,
+                     const EntryFound& found = {});
 
 // The same over the machine's numbered ports with real serial links.
-ScanResult scanMachinePorts();
+ScanResult scanMachinePorts(const EntryFound& found = {});
 
 } // namespace veltro

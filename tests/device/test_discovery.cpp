@@ -2,7 +2,10 @@
 #include "platform/qt_serial_link.h"
 #include "sim_ports.h"
 
+#include <QSet>
 #include <QTest>
+
+#include <mutex>
 
 using namespace veltro;
 using veltro::test::SimPorts;
@@ -26,7 +29,12 @@ private slots:
         QVERIFY(holder.open());
         ::setenv("VELTRO_PORTS", (std::string(std::getenv("VELTRO_PORTS")) + ",13=/dev/nonexistent-veltro").c_str(), 1);
 
-        const ScanResult scan = scanMachinePorts();
+        std::mutex mutex;
+        QList<int> foundOrder;
+        const ScanResult scan = scanMachinePorts([&](const ScanEntry& e) {
+            std::lock_guard lock(mutex);
+            foundOrder << e.port;
+        });
         QStringList texts;
         QList<int> numbers;
         for (const ScanEntry& e : scan.entries) {
@@ -38,6 +46,10 @@ private slots:
                                      "VELTRO FW V200 (COMPORT: 7)", "COM9 verfügbar", "COM11 verfügbar"}));
         QCOMPARE(numbers, QList<int>({1, 3, 5, 7, 9, 11}));
         QCOMPARE(scan.selected, 3); // the last controller found: port 7
+        // Each entry was handed on when its own probe ended: the answering ports long before
+        // the two silent ones, which hold out for the whole echo wait.
+        QCOMPARE(int(foundOrder.size()), 6);
+        QCOMPARE(QSet<int>(foundOrder.begin() + 4, foundOrder.end()), QSet<int>({1, 5}));
         QCOMPARE(QString::fromStdString(scan.entries[1].location), QString::fromStdString(ports.at(3).path()));
     }
 };

@@ -47,6 +47,18 @@ QLabel* label(const QString& caption, QWidget* parent, const char* name)
     return l;
 }
 
+// Chooser entries of a controller carry this flag.
+constexpr int kControllerRole = Qt::UserRole + 1;
+
+// The one child of a panel that holds its controls.
+QWidget* panelBody(QGroupBox* panel)
+{
+    auto* body = new QWidget(panel);
+    auto* outer = new QVBoxLayout(panel);
+    outer->addWidget(body);
+    return body;
+}
+
 QTimer* timer(int intervalMs, QObject* parent, const char* name)
 {
     auto* t = new QTimer(parent);
@@ -59,8 +71,7 @@ QTimer* timer(int intervalMs, QObject* parent, const char* name)
 MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent)
 {
     setWindowTitle("MARDEKO VELTRO V1.05");
-    ownDialogs_ = std::make_unique<WindowDialogs>(this);
-    dialogs = ownDialogs_.get();
+    dialogs = std::make_shared<WindowDialogs>(this);
     buildControls();
 }
 
@@ -75,14 +86,16 @@ void MainWindow::buildControls()
     Frame_verbinden = new QGroupBox("Verbindung mit VELTRO herstellen:", central);
     Frame_verbinden->setObjectName("Frame_verbinden");
     {
-        auto* v = new QVBoxLayout(Frame_verbinden);
+        connectBody_ = panelBody(Frame_verbinden);
+        auto* v = new QVBoxLayout(connectBody_);
+        v->setContentsMargins(0, 0, 0, 0);
         v->setSpacing(4);
-        Label1 = label("COM-PORT:", Frame_verbinden, "Label1");
-        Comboport = new QComboBox(Frame_verbinden);
+        Label1 = label("COM-PORT:", connectBody_, "Label1");
+        Comboport = new QComboBox(connectBody_);
         Comboport->setObjectName("Comboport");
-        verbinden = button("VERBINDEN", Frame_verbinden, "verbinden");
-        Command100 = button("LISTE AKTUALISIEREN", Frame_verbinden, "Command100");
-        Command17 = button("RECOVERY", Frame_verbinden, "Command17");
+        verbinden = button("VERBINDEN", connectBody_, "verbinden");
+        Command100 = button("LISTE AKTUALISIEREN", connectBody_, "Command100");
+        Command17 = button("RECOVERY", connectBody_, "Command17");
         v->addWidget(Label1);
         v->addWidget(Comboport);
         v->addWidget(verbinden);
@@ -98,22 +111,24 @@ void MainWindow::buildControls()
     frame_config = new QGroupBox("Konfiguration", central);
     frame_config->setObjectName("frame_config");
     {
-        auto* v = new QVBoxLayout(frame_config);
+        configBody_ = panelBody(frame_config);
+        auto* v = new QVBoxLayout(configBody_);
+        v->setContentsMargins(0, 0, 0, 0);
         v->setSpacing(2);
-        Label5 = label("SERIENNUMMER: ", frame_config, "Label5");
-        vers = label("FIRMWARE V", frame_config, "vers");
-        hwversion = label("HARDWARE: ", frame_config, "hwversion");
-        Label2 = label("UPDATE VERFÜGBAR", frame_config, "Label2");
+        Label5 = label("SERIENNUMMER: ", configBody_, "Label5");
+        vers = label("FIRMWARE V", configBody_, "vers");
+        hwversion = label("HARDWARE: ", configBody_, "hwversion");
+        Label2 = label("UPDATE VERFÜGBAR", configBody_, "Label2");
         Label2->setStyleSheet("color: #c00000; font-weight: bold;");
         Label2->setVisible(false);
-        Command7 = button("FIRMWARE-UPDATE", frame_config, "Command7");
-        Command4 = button("CONFIG-UPLOAD", frame_config, "Command4");
-        Command10 = button("DISPLAY KONFIGURIEREN", frame_config, "Command10");
-        Command6 = button("CAN-BUS TUNNEL", frame_config, "Command6");
-        Command1 = button("TELNET TERMINAL", frame_config, "Command1");
-        Command8 = button("VERBINDUNG TRENNEN", frame_config, "Command8");
-        LabelDatum = label("", frame_config, "LabelDatum");
-        LabelLambda = label("", frame_config, "LabelLambda");
+        Command7 = button("FIRMWARE-UPDATE", configBody_, "Command7");
+        Command4 = button("CONFIG-UPLOAD", configBody_, "Command4");
+        Command10 = button("DISPLAY KONFIGURIEREN", configBody_, "Command10");
+        Command6 = button("CAN-BUS TUNNEL", configBody_, "Command6");
+        Command1 = button("TELNET TERMINAL", configBody_, "Command1");
+        Command8 = button("VERBINDUNG TRENNEN", configBody_, "Command8");
+        LabelDatum = label("", configBody_, "LabelDatum");
+        LabelLambda = label("", configBody_, "LabelLambda");
         LabelDatum->setVisible(false);
         LabelLambda->setVisible(false);
         for (QWidget* w : {static_cast<QWidget*>(Label5), static_cast<QWidget*>(LabelDatum),
@@ -134,7 +149,28 @@ void MainWindow::buildControls()
         Command1->setEnabled(false);
     }
     frame_config->setVisible(false);
-    for (QGroupBox* panel : {Frame_verbinden, frame_config})
+
+    // A controller with the older image layout has none of the configuration functions; what
+    // it can do is the older firmware update, and the user must be able to leave it again.
+    frame_older = new QGroupBox("VELTRO (ältere Form)", central);
+    frame_older->setObjectName("frame_older");
+    {
+        olderBody_ = panelBody(frame_older);
+        auto* v = new QVBoxLayout(olderBody_);
+        v->setContentsMargins(0, 0, 0, 0);
+        v->setSpacing(2);
+        olderSerial = label("SERIENNUMMER: ", olderBody_, "olderSerial");
+        olderVers = label("FIRMWARE V", olderBody_, "olderVers");
+        olderFirmware = button("FIRMWARE-UPDATE (ÄLTERE FORM)", olderBody_, "olderFirmware");
+        olderTrennen = button("VERBINDUNG TRENNEN", olderBody_, "olderTrennen");
+        v->addWidget(olderSerial);
+        v->addWidget(olderVers);
+        v->addStretch(1);
+        v->addWidget(olderFirmware);
+        v->addWidget(olderTrennen);
+    }
+    frame_older->setVisible(false);
+    for (QGroupBox* panel : {Frame_verbinden, frame_config, frame_older})
         panel->setAutoFillBackground(true);
 
     // Terminal panel
@@ -219,18 +255,23 @@ void MainWindow::buildControls()
     // Service functions have no place in the normal layout: a right click on the
     // configuration panel reaches them.
     frame_config->setContextMenuPolicy(Qt::ActionsContextMenu);
-    auto addService = [this](const QString& text, auto slot) {
+    auto addService = [this](const QString& text, auto slot, bool deviceJob) {
         auto* a = new QAction(text, frame_config);
         connect(a, &QAction::triggered, this, slot);
         frame_config->addAction(a);
+        if (deviceJob) deviceActions_ << a;
     };
-    addService("Datenblock auslesen", &MainWindow::readDataBlock);
-    addService("Wort auslesen (Command15)", &MainWindow::Command15_Click);
-    addService("Seriennummer kopieren", &MainWindow::copySerialNumber);
-    addService("Listeneinträge zählen (Command5)", &MainWindow::Command5_Click);
-    addService("Firmware-Update (ältere Form)", &MainWindow::olderFirmwareUpdate);
+    addService("Datenblock auslesen", &MainWindow::readDataBlock, true);
+    addService("Wort auslesen (Command15)", &MainWindow::Command15_Click, true);
+    addService("Seriennummer kopieren", &MainWindow::copySerialNumber, false);
+    addService("Listeneinträge zählen (Command5)", &MainWindow::Command5_Click, false);
+    addService("Firmware-Update (ältere Form)", &MainWindow::olderFirmwareUpdate, true);
     connect(Command8, &QPushButton::clicked, this, &MainWindow::Command8_Click);
     connect(Command2, &QPushButton::clicked, this, &MainWindow::Command2_Click);
+    connect(olderFirmware, &QPushButton::clicked, this, &MainWindow::olderFirmwareUpdate);
+    connect(olderTrennen, &QPushButton::clicked, this, &MainWindow::Command8_Click);
+    // Only a choice made by the user stops the scan from selecting the controllers it finds.
+    connect(Comboport, &QComboBox::activated, this, [this] { userChosePort_ = true; });
 
     setPanelGeometry();
 }
@@ -239,6 +280,7 @@ void MainWindow::setPanelGeometry()
 {
     Frame_verbinden->setGeometry(tw(30), tw(30), tw(3655), tw(3555));
     frame_config->setGeometry(tw(30), tw(30), tw(3655), tw(3555));
+    frame_older->setGeometry(tw(30), tw(30), tw(3655), tw(3555));
     telnet->setGeometry(tw(30), tw(30), tw(10000), tw(3555));
 }
 
@@ -258,9 +300,9 @@ void MainWindow::startupAfterScan()
     softwareUpdateCheck();
 }
 
-std::unique_ptr<UiReporter> MainWindow::makeReporter()
+std::shared_ptr<UiReporter> MainWindow::makeReporter()
 {
-    return std::make_unique<UiReporter>(
+    return std::make_shared<UiReporter>(
         [this](const QString& t) { setStatus(t); }, [this](const QString& t) { Add_Item(t); },
         [this](int p) {
             transferProgress->setVisible(true);
@@ -307,24 +349,53 @@ void MainWindow::runSelfUpdate(const QString&)
 }
 
 template <typename Result, typename Work, typename Done>
-void MainWindow::runOnChosenPort(Work work, Done done)
+bool MainWindow::runDeviceJob(Work work, Done done)
+{
+    if (deviceJob_)
+        return false;
+    deviceJob_ = true;
+    lockDeviceControls(true);
+    // Both lambdas hold the reporter and the dialogs; the result handler runs last, on this
+    // thread, so neither can go away under the worker whatever the window does meanwhile.
+    std::shared_ptr<UiReporter> reporter = makeReporter();
+    std::shared_ptr<Dialogs> jobDialogs = dialogs;
+    jobs_.run<Result>([work, reporter, jobDialogs] { return work(*reporter, *jobDialogs); },
+                      [this, done, reporter](Result r) {
+                          reporter->flush();
+                          deviceJob_ = false;
+                          lockDeviceControls(false);
+                          done(r);
+                      });
+    return true;
+}
+
+template <typename Result, typename Work, typename Done>
+bool MainWindow::runOnChosenPort(Work work, Done done)
 {
     const int port = chosenPort();
-    reporter_ = makeReporter();
-    UiReporter* reporter = reporter_.get();
-    jobs_.run<Result>(
-        [port, reporter, work] {
+    return runDeviceJob<Result>(
+        [port, work](Reporter& reporter, Dialogs&) {
             auto link = PortSerialLinkFactory().create(port);
-            return work(*link, *reporter);
+            return work(*link, reporter);
         },
-        [this, done](Result r) {
-            reporter_->flush();
-            done(r);
-        });
+        done);
+}
+
+void MainWindow::lockDeviceControls(bool locked)
+{
+    for (QWidget* body : {connectBody_, configBody_, olderBody_})
+        body->setEnabled(!locked);
+    for (QAction* a : std::as_const(deviceActions_))
+        a->setEnabled(!locked);
 }
 
 void MainWindow::verbinden_Click()
 {
+    if (deviceJob_)
+        return;
+    // Connecting takes the chosen entry: a scan still running must not move the selection
+    // away from the controller the later jobs talk to.
+    userChosePort_ = true;
     Command4->setVisible(true);
     verbinden->setEnabled(false);
     const std::string folder = programFolder();
@@ -371,22 +442,37 @@ void MainWindow::applyConnect(const ConnectResult& r)
         state.btversion = QString::number(r.olderMarker());
         state.firmwareversion = QString::number(r.olderMinor());
         vers->setText(QString::fromStdString(olderFirmwareCaption(r.olderMinor())));
+        showOlderPanel();
+    } else if (r.currentLayout) {
+        frame_older->setVisible(false);
     }
     if (r.outcome == ConnectOutcome::PortFailed && !r.portError.empty())
         StatusBar1->setToolTip("Com-Port: " + QString::fromStdString(r.portError));
     else
         StatusBar1->setToolTip(QString());
     verbinden->setEnabled(true);
+    // The check belongs to the current-layout ending, which comes before the older one: it
+    // asks with that ending's hardware, layout byte and firmware, not with the older values
+    // that may have replaced them in the labels.
     if (r.currentLayout)
-        startFirmwareCheck();
+        startFirmwareCheck(QString::number(r.hardwareVersion()), QString::number(r.layoutByte()),
+                           QString::number(r.firmware()));
     emit connectFinished();
 }
 
-void MainWindow::startFirmwareCheck()
+void MainWindow::showOlderPanel()
 {
-    const std::string hw = state.hwrevision.toStdString();
-    const std::string bt = state.btversion.toStdString();
-    const std::string fw = state.firmwareversion.toStdString();
+    olderSerial->setText(Label5->text());
+    olderVers->setText(vers->text());
+    frame_older->setVisible(true);
+    frame_older->raise();
+}
+
+void MainWindow::startFirmwareCheck(const QString& hwrevision, const QString& btversion, const QString& firmware)
+{
+    const std::string hw = hwrevision.toStdString();
+    const std::string bt = btversion.toStdString();
+    const std::string fw = firmware.toStdString();
     jobs_.run<bool>([hw, bt, fw] { return newerFirmwareOnServer(hw, bt, fw); },
                     [this](bool newer) {
                         if (newer)
@@ -397,6 +483,8 @@ void MainWindow::startFirmwareCheck()
 
 void MainWindow::readDataBlock()
 {
+    if (deviceJob_)
+        return;
     runOnChosenPort<DataBlockResult>(
         [](SerialLink& link, Reporter& reporter) { return runDataBlockReadout(link, reporter); },
         [this](const DataBlockResult& r) {
@@ -423,6 +511,8 @@ void MainWindow::readDataBlock()
 
 void MainWindow::Command15_Click()
 {
+    if (deviceJob_)
+        return;
     runOnChosenPort<WordResult>(
         [](SerialLink& link, Reporter& reporter) { return runWordReadout(link, reporter); },
         [this](const WordResult& r) {
@@ -454,6 +544,8 @@ void MainWindow::olderFirmwareUpdate()
 
 void MainWindow::runFirmware(bool olderForm)
 {
+    if (deviceJob_)
+        return;
     List1->clear();
     Command7->setEnabled(false);
     FirmwareInputs in;
@@ -465,9 +557,6 @@ void MainWindow::runFirmware(bool olderForm)
     in.port = chosenPort();
     in.programFolder = programFolder();
     in.olderForm = olderForm;
-    reporter_ = makeReporter();
-    UiReporter* reporter = reporter_.get();
-    Dialogs* d = dialogs;
     // Window changes asked for in the middle of the job happen on the window's thread.
     FirmwareHooks hooks;
     hooks.setFrameTitle = [this](const std::string& title) {
@@ -476,14 +565,13 @@ void MainWindow::runFirmware(bool olderForm)
     };
     hooks.showList = showListFromJob();
     transferring_ = true;
-    jobs_.run<FirmwareResult>(
-        [in, d, reporter, hooks] {
+    runDeviceJob<FirmwareResult>(
+        [in, hooks](Reporter& reporter, Dialogs& d) {
             PortSerialLinkFactory ports;
-            return runFirmwareUpdate(in, *d, *reporter, ports, hooks);
+            return runFirmwareUpdate(in, d, reporter, ports, hooks);
         },
-        [this](FirmwareResult r) {
+        [this](const FirmwareResult& r) {
             transferring_ = false;
-            reporter_->flush();
             Timer5->start();
             Command7->setEnabled(true);
             setStatus("READY");
@@ -495,6 +583,8 @@ void MainWindow::runFirmware(bool olderForm)
 
 void MainWindow::Command4_Click()
 {
+    if (deviceJob_)
+        return;
     List1->clear();
     frame_config->setTitle("Konfiguration auf Controller laden");
     Command4->setEnabled(false);
@@ -503,21 +593,20 @@ void MainWindow::Command4_Click()
     in.fwupdateser = state.fwupdateser.toStdString();
     in.port = chosenPort();
     in.programFolder = programFolder();
-    reporter_ = makeReporter();
-    UiReporter* reporter = reporter_.get();
-    Dialogs* d = dialogs;
     auto showList = showListFromJob();
     transferring_ = true;
-    jobs_.run<ConfigUploadResult>(
-        [in, d, reporter, showList] {
+    runDeviceJob<ConfigUploadResult>(
+        [in, showList](Reporter& reporter, Dialogs& d) {
             PortSerialLinkFactory ports;
-            return runConfigUpload(in, *d, *reporter, ports, showList);
+            return runConfigUpload(in, d, reporter, ports, showList);
         },
-        [this](ConfigUploadResult r) {
+        [this](const ConfigUploadResult& r) {
             transferring_ = false;
-            reporter_->flush();
             if (r.eepromdirectTaken)
                 state.eepromdirect.clear();
+            // Enabled again after every outcome: the device tool leaves it off after a
+            // cancelled dialog or a port that would not open, which strands the user until the
+            // next connect.
             Command4->setEnabled(true);
             if (r.cancelled) {
                 Timer2->start();
@@ -531,6 +620,8 @@ void MainWindow::Command4_Click()
 
 void MainWindow::Command17_Click()
 {
+    if (deviceJob_)
+        return;
     const std::string number = askRecoveryNumber(*dialogs);
     state.fwupdateser = QString::fromStdString(number);
     if (number.empty())
@@ -577,7 +668,8 @@ bool MainWindow::eventFilter(QObject* watched, QEvent* event)
             static_cast<QWidget*>(watched)->setToolTip(QString::fromStdString(
                 deviceInfoTooltip(state.fwupdateser.toStdString(), state.btversion.toStdString())));
         } catch (const RuntimeError&) {
-            // Before any connect the layout byte reads 65535: there is nothing to tell yet.
+            // Before any connect the layout byte reads 65535 and the device tool ends with a
+            // run-time error here; an empty tooltip serves the user better.
             static_cast<QWidget*>(watched)->setToolTip(QString());
         }
     }
@@ -589,11 +681,20 @@ void MainWindow::PortScan()
     Comboport->clear();
     List3->clear();
     verbinden->setEnabled(false);
+    userChosePort_ = false;
     scanning_ = true;
     scanIndicator->setVisible(true);
-    jobs_.run<ScanResult>([] { return scanMachinePorts(); },
-                          [this](ScanResult scan) {
-                              applyScan(scan);
+    const int generation = ++scanGeneration_;
+    // Each entry is shown as soon as its port's probe ends: a controller that answers at once
+    // is there to connect while silent ports are still being given up on.
+    auto found = [this, generation](const ScanEntry& e) {
+        QMetaObject::invokeMethod(this, [this, generation, e] {
+            if (generation == scanGeneration_)
+                addScanEntry(e);
+        }, Qt::QueuedConnection);
+    };
+    jobs_.run<ScanResult>([found] { return scanMachinePorts(found); },
+                          [this](ScanResult) {
                               scanning_ = false;
                               scanIndicator->setVisible(false);
                               Command100->setEnabled(true);
@@ -603,20 +704,30 @@ void MainWindow::PortScan()
                           });
 }
 
-void MainWindow::applyScan(const ScanResult& scan)
+void MainWindow::addScanEntry(const ScanEntry& e)
 {
+    // Entries stay in ascending port order, with List3's numbers at the same index. List3 may
+    // carry byte texts of a connect after the chooser's numbers; those stay behind them.
+    int at = 0;
+    while (at < Comboport->count() && List3->item(at)->text().toInt() < e.port)
+        ++at;
+    const int before = Comboport->currentIndex();
     Comboport->blockSignals(true);
-    for (const ScanEntry& e : scan.entries) {
-        Comboport->addItem(QString::fromStdString(e.text));
-        Comboport->setItemData(Comboport->count() - 1, QString::fromStdString(e.location),
-                               Qt::ToolTipRole);
-        List3->addItem(QString::number(e.port));
-    }
-    Comboport->setCurrentIndex(-1);
+    Comboport->insertItem(at, QString::fromStdString(e.text));
+    Comboport->setItemData(at, QString::fromStdString(e.location), Qt::ToolTipRole);
+    Comboport->setItemData(at, e.firmware > 0, kControllerRole);
+    if (before < 0)
+        Comboport->setCurrentIndex(-1); // a free port is listed, not chosen
     Comboport->blockSignals(false);
-    // Selecting the last controller found raises the chooser's click, which enables VERBINDEN.
-    if (scan.selected >= 0)
-        Comboport->setCurrentIndex(scan.selected);
+    List3->insertItem(at, QString::number(e.port));
+    // Until the user picks an entry, the highest controller found so far is selected, as a
+    // scan one port after the other ends with the last controller it found. Selecting raises
+    // the chooser's click, which enables VERBINDEN.
+    if (e.firmware > 0 && !userChosePort_) {
+        const int current = Comboport->currentIndex();
+        if (current < 0 || !Comboport->itemData(current, kControllerRole).toBool() || current < at)
+            Comboport->setCurrentIndex(at);
+    }
 }
 
 void MainWindow::Comboport_Click()
@@ -628,6 +739,8 @@ void MainWindow::Comboport_Click()
 
 void MainWindow::Command100_Click()
 {
+    if (deviceJob_)
+        return;
     Command100->setEnabled(false);
     Command17->setEnabled(false);
     Form_Load();
@@ -635,18 +748,25 @@ void MainWindow::Command100_Click()
 
 void MainWindow::Command8_Click()
 {
-    frame_config->setVisible(false);
-    Frame_verbinden->setVisible(true);
+    if (deviceJob_)
+        return;
+    showConnectPanel();
     setStatus("READY");
     Timer3->stop();
     Label2->setVisible(false);
     // The device port is opened and closed by each job; nothing stays open between them.
 }
 
-void MainWindow::reset()
+void MainWindow::showConnectPanel()
 {
     frame_config->setVisible(false);
+    frame_older->setVisible(false);
     Frame_verbinden->setVisible(true);
+}
+
+void MainWindow::reset()
+{
+    showConnectPanel();
     setStatus("READY");
 }
 

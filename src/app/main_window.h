@@ -19,11 +19,12 @@ class QProgressBar;
 class QPushButton;
 class QTextEdit;
 class QTimer;
+class QAction;
 
 namespace veltro {
 
 class UiReporter;
-struct ScanResult;
+struct ScanEntry;
 struct ConnectResult;
 class Dialogs;
 
@@ -43,11 +44,13 @@ public:
     void setStatus(const QString& text);
     QString statusText() const;
     bool busy() const;
+    // True while a job holds the device port; the controls that would start another are off.
+    bool deviceJobRunning() const { return deviceJob_; }
 
     LinkState state;
     // Questions and messages of the jobs; the window's own message boxes unless a test puts
-    // scripted answers here.
-    Dialogs* dialogs = nullptr;
+    // scripted answers here. Shared: a running job keeps the one it started with.
+    std::shared_ptr<Dialogs> dialogs;
 
     // Connect panel
     QGroupBox* Frame_verbinden = nullptr;
@@ -70,6 +73,13 @@ public:
     QPushButton* Command6 = nullptr;
     QPushButton* Command1 = nullptr;
     QPushButton* Command8 = nullptr;
+    // Panel of a controller with the older image layout: its serial, its firmware caption and
+    // what can be done with it.
+    QGroupBox* frame_older = nullptr;
+    QLabel* olderSerial = nullptr;
+    QLabel* olderVers = nullptr;
+    QPushButton* olderFirmware = nullptr; // "FIRMWARE-UPDATE (ÄLTERE FORM)"
+    QPushButton* olderTrennen = nullptr;  // "VERBINDUNG TRENNEN"
     // Terminal panel
     QGroupBox* telnet = nullptr;
     QPushButton* Command9 = nullptr;
@@ -132,28 +142,43 @@ private:
     void buildControls();
     int chosenPort() const;
     void applyConnect(const ConnectResult& r);
-    void startFirmwareCheck();
+    void startFirmwareCheck(const QString& hwrevision, const QString& btversion, const QString& firmware);
     void softwareUpdateCheck();
     void runSelfUpdate(const QString& versionText);
-    std::unique_ptr<UiReporter> makeReporter();
-    // Runs `work(link, reporter)` on the chosen port on a worker thread with a fresh reporter;
-    // `done` gets the result on this thread once the reporter's last texts are shown.
+    std::shared_ptr<UiReporter> makeReporter();
+    // Starts `work(reporter, dialogs)` on a worker thread as the one job on the device port.
+    // The job owns its reporter and shares the dialogs until `done` has run on this thread
+    // with the result, after the reporter's last texts are shown and the controls are back.
+    // Refuses (false) while another device job runs.
     template <typename Result, typename Work, typename Done>
-    void runOnChosenPort(Work work, Done done);
+    bool runDeviceJob(Work work, Done done);
+    // The same for `work(link, reporter)` on the chosen port.
+    template <typename Result, typename Work, typename Done>
+    bool runOnChosenPort(Work work, Done done);
+    void lockDeviceControls(bool locked);
+    void showOlderPanel();
+    void showConnectPanel();
     void runFirmware(bool olderForm);
     // For a job on a worker thread: shows the step list on the window's thread.
     std::function<void()> showListFromJob();
     void PortScan();
-    void applyScan(const ScanResult& scan);
+    void addScanEntry(const ScanEntry& entry);
     void startupAfterScan();
     void setPanelGeometry();
     void reset();
 
-    JobRunner jobs_;
-    std::unique_ptr<UiReporter> reporter_;
-    std::unique_ptr<Dialogs> ownDialogs_;
+    // Panel contents: switched off as a whole while a device job runs, so that each control
+    // keeps its own enabled state for afterwards.
+    QWidget* connectBody_ = nullptr;
+    QWidget* configBody_ = nullptr;
+    QWidget* olderBody_ = nullptr;
+    QList<QAction*> deviceActions_; // service menu entries that start a device job
     bool scanning_ = false;
     bool transferring_ = false;
+    bool deviceJob_ = false;
+    bool userChosePort_ = false; // the scan stops moving the selection once the user has chosen
+    int scanGeneration_ = 0;     // entries of an earlier scan are dropped
+    JobRunner jobs_;             // last: waits for running jobs before anything else goes
 };
 
 } // namespace veltro

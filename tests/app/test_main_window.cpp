@@ -6,6 +6,7 @@
 #include "sim_ports.h"
 #include "test_files.h"
 
+#include <QAction>
 #include <QComboBox>
 #include <QGroupBox>
 #include <QLabel>
@@ -17,6 +18,8 @@
 #include <QTest>
 #include <QTimer>
 
+#include <map>
+
 using namespace veltro;
 using namespace veltro::test;
 
@@ -25,11 +28,11 @@ namespace {
 // the connect has finished (byte values left out).
 struct Window {
     MainWindow w;
-    ScriptedDialogs dialogs;
+    std::shared_ptr<ScriptedDialogs> dialogs = std::make_shared<ScriptedDialogs>();
     QStringList statuses;
     Window()
     {
-        w.dialogs = &dialogs;
+        w.dialogs = dialogs;
         QSignalSpy done(&w, &MainWindow::startupFinished);
         w.show();
         w.Form_Load();
@@ -168,35 +171,268 @@ private slots:
     // After a connect the firmware information is checked on the server: a newer number starts
     // the blinking notice; an equal number, a file without a number or a server that is down
     // leave the connect as it was.
+    // An image that passes both layout tests (byte 127 = 5, older minor 7 at byte 126) is
+    // checked with the current layout's values, which come first: hardware 3, layout 180,
+    // firmware 166; then the older values take the labels.
     void firmwareNotice_data()
     {
         QTest::addColumn<QByteArray>("info"); // empty: server down
+        QTest::addColumn<bool>("bothLayouts");
         QTest::addColumn<bool>("blinks");
-        QTest::newRow("newer") << QByteArray("170,1.70\r\n") << true;
-        QTest::newRow("equal") << QByteArray("166,1.66") << false;
-        QTest::newRow("no number") << QByteArray("neu") << false;
-        QTest::newRow("server down") << QByteArray() << false;
+        QTest::newRow("newer") << QByteArray("170,1.70\r\n") << false << true;
+        QTest::newRow("equal") << QByteArray("166,1.66") << false << false;
+        QTest::newRow("no number") << QByteArray("neu") << false << false;
+        QTest::newRow("server down") << QByteArray() << false << false;
+        QTest::newRow("both layouts, newer") << QByteArray("170,1.70") << true << true;
+        QTest::newRow("both layouts, equal") << QByteArray("166,1.66") << true << false;
     }
     void firmwareNotice()
     {
         QFETCH(QByteArray, info);
+        QFETCH(bool, bothLayouts);
         QFETCH(bool, blinks);
         QTemporaryDir served;
         writeFile(served.path() + "/fwupdate/VELTRO_3_180.txt", info);
+        writeFile(served.path() + "/fwupdate/VELTRO_3_5.txt", "9,1.09"); // the older values' file
         LocalHttpServer server;
         if (!info.isEmpty()) {
             QVERIFY(server.start(served.path()));
             server.exportEnvironment();
         }
         SimPorts ports;
-        ports.add(4).setFirmware(166);
+        auto& c = ports.add(4);
+        c.setFirmware(166);
+        if (bothLayouts) {
+            c.setImageByte(127, 5);
+            c.setImageByte(126, 7);
+        }
         Window win;
         QSignalSpy checked(&win.w, &MainWindow::firmwareCheckFinished);
         win.connectNow();
         QVERIFY(checked.wait(30000));
         QCOMPARE(win.w.statusText(), QString("CHECKSUMME OK - VERBUNDEN!"));
-        QVERIFY(win.w.frame_config->isVisible());
+        QCOMPARE(win.w.frame_config->isVisible(), !bothLayouts);
         QCOMPARE(win.w.Timer3->isActive(), blinks);
+        if (!info.isEmpty()) {
+            QVERIFY(server.requestedPaths().contains("/fwupdate/VELTRO_3_180.txt"));
+            QVERIFY(!server.requestedPaths().contains("/fwupdate/VELTRO_3_5.txt"));
+        }
+        if (bothLayouts)
+            QCOMPARE(QStringList({win.w.state.btversion, win.w.state.firmwareversion, win.w.vers->text()}),
+                     QStringList({"5", "7", "FIRMWARE V1.07"}));
+    }
+
+    // A controller with the older layout gets a panel of its own: its serial and firmware,
+    // the older firmware update, and the way back to the connect panel.
+    void olderLayoutPanel()
+    {
+        QTemporaryDir served;
+        writeFile(served.path() + "/fwupdate/5.txt", "8,1.08");
+        writeFile(served.path() + "/fwupdate/5_lastfw", QByteArray(2000, 'E'));
+        LocalHttpServer server;
+        QVERIFY(server.start(served.path()));
+        server.exportEnvironment();
+        SimPorts ports;
+        auto& c = ports.add(4);
+        c.setSerial(0x0F0B1703);
+        c.setLayout(120);
+        c.setImageByte(127, 5);
+        c.setImageByte(126, 7);
+        Window win;
+        MainWindow& w = win.w;
+        win.connectNow();
+        QCOMPARE(w.statusText(), QString("CHECKSUMME OK - VERBUNDEN!"));
+        QVERIFY(!w.Frame_verbinden->isVisible() && !w.frame_config->isVisible());
+        QVERIFY(w.frame_older->isVisible());
+        QCOMPARE(QStringList({w.olderSerial->text(), w.olderVers->text()}),
+                 QStringList({"SERIENNUMMER: 0F0B1703", "FIRMWARE V1.07"}));
+
+        QSignalSpy done(&w, &MainWindow::firmwareFinished);
+        QTest::mouseClick(w.olderFirmware, Qt::LeftButton);
+        QVERIFY(done.wait(60000));
+        QVERIFY(server.requestedPaths().contains("/fwupdate/5.txt"));
+        QTRY_VERIFY_WITH_TIMEOUT(c.transferComplete(), 5000);
+        QCOMPARE(c.receivedImage(), transferImageOf(Bytes(2000, 'E')));
+        QCOMPARE(w.List1->item(w.List1->count() - 1)->text(), QString("Erfolgreich geflasht!"));
+
+        QVERIFY(w.olderTrennen->isEnabled());
+        QTest::mouseClick(w.olderTrennen, Qt::LeftButton);
+        QVERIFY(w.Frame_verbinden->isVisible());
+        QVERIFY(!w.frame_older->isVisible() && !w.frame_config->isVisible());
+        QCOMPARE(w.statusText(), QString("READY"));
+    }
+
+    // One device job at a time: while one runs, every control and service entry that would
+    // start another on the port is off, and calling its handler anyway starts nothing. The
+    // running job ends as it would alone, the chooser still maps to the port, and everything
+    // is enabled again afterwards.
+    void oneDeviceJobAtATime_data()
+    {
+        QTest::addColumn<QString>("job");
+        for (const char* job : {"connect", "firmware", "older firmware", "config upload", "data readout",
+                                "word readout"})
+            QTest::newRow(job) << QString(job);
+    }
+    void oneDeviceJobAtATime()
+    {
+        QFETCH(QString, job);
+        QTemporaryDir served;
+        writeFile(served.path() + "/fwupdate/VELTRO_3_180.txt", "170,1.70");
+        writeFile(served.path() + "/fwupdate/3_180_lastfw", QByteArray(3000, 'F'));
+        writeFile(served.path() + "/fwupdate/180.txt", "170,1.70");
+        writeFile(served.path() + "/fwupdate/180_lastfw", QByteArray(3000, 'F'));
+        LocalHttpServer server;
+        QVERIFY(server.start(served.path()));
+        server.exportEnvironment();
+        SimPorts ports;
+        auto& c = ports.add(4);
+        c.setWord(1234);
+        Window win;
+        MainWindow& w = win.w;
+        if (job != "connect")
+            win.connectNow();
+        const QByteArray config(300, 'C');
+        const QString configFile = ports.homePath() + "/upload.tmp";
+        writeFile(configFile, config);
+        w.state.eepromdirect = configFile;
+        c.setResetDelay(std::chrono::milliseconds(400));
+        c.setHandshakeDelay(std::chrono::milliseconds(400));
+        auto service = [&](const QString& text) {
+            for (QAction* a : w.frame_config->actions())
+                if (a->text() == text) return a;
+            return static_cast<QAction*>(nullptr);
+        };
+        const QList<QAction*> serviceJobs = {service("Datenblock auslesen"), service("Wort auslesen (Command15)"),
+                                             service("Firmware-Update (ältere Form)")};
+        const std::map<sim::Request, int> before = {
+            {sim::Request::Identify, c.requestCount(sim::Request::Identify)},
+            {sim::Request::DataBlock, c.requestCount(sim::Request::DataBlock)},
+            {sim::Request::Word, c.requestCount(sim::Request::Word)},
+            {sim::Request::Bootloader, c.requestCount(sim::Request::Bootloader)}};
+        sim::Request own = sim::Request::Bootloader;
+
+        if (job == "connect") {
+            QTest::mouseClick(w.verbinden, Qt::LeftButton);
+            own = sim::Request::Identify;
+        } else if (job == "firmware") {
+            QTest::mouseClick(w.Command7, Qt::LeftButton);
+        } else if (job == "older firmware") {
+            serviceJobs[2]->trigger();
+        } else if (job == "config upload") {
+            QTest::mouseClick(w.Command4, Qt::LeftButton);
+        } else if (job == "data readout") {
+            serviceJobs[0]->trigger();
+            own = sim::Request::DataBlock;
+        } else {
+            serviceJobs[1]->trigger();
+            own = sim::Request::Word;
+        }
+        QVERIFY(w.deviceJobRunning());
+
+        const QList<QPushButton*> controls = {w.verbinden, w.Command100, w.Command17, w.Command7, w.Command4,
+                                              w.Command10, w.Command6, w.Command1, w.Command8,
+                                              w.olderFirmware, w.olderTrennen};
+        for (QPushButton* b : controls) {
+            QVERIFY2(!b->isEnabled(), qPrintable(b->objectName()));
+            QTest::mouseClick(b, Qt::LeftButton);
+        }
+        QVERIFY(!w.Comboport->isEnabled());
+        for (QAction* a : serviceJobs) {
+            QVERIFY2(!a->isEnabled(), qPrintable(a->text()));
+            a->trigger();
+        }
+        w.verbinden_Click();
+        w.Command100_Click();
+        w.Command17_Click();
+        w.Command7_Click();
+        w.Command4_Click();
+        w.Command8_Click();
+        w.Command15_Click();
+        w.readDataBlock();
+        w.olderFirmwareUpdate();
+        QVERIFY(w.deviceJobRunning());
+
+        QTRY_VERIFY_WITH_TIMEOUT(!w.deviceJobRunning(), 60000);
+        const QString lastStep = w.List1->count() ? w.List1->item(w.List1->count() - 1)->text() : QString();
+        if (job == "connect") {
+            QCOMPARE(w.statusText(), QString("CHECKSUMME OK - VERBUNDEN!"));
+            QVERIFY(w.frame_config->isVisible());
+        } else if (job == "firmware" || job == "older firmware") {
+            QCOMPARE(lastStep, QString("Erfolgreich geflasht!"));
+            QTRY_VERIFY_WITH_TIMEOUT(c.transferComplete(), 5000);
+            QCOMPARE(c.receivedImage(), transferImageOf(Bytes(3000, 'F')));
+        } else if (job == "config upload") {
+            QCOMPARE(lastStep, QString("Erfolgreich übertragen!"));
+            QTRY_VERIFY_WITH_TIMEOUT(c.transferComplete(), 5000);
+            QCOMPARE(c.receivedImage(), transferImageOf(Bytes(config.begin(), config.end())));
+        } else if (job == "data readout") {
+            QCOMPARE(w.statusText(), QString("CHECKSUMME OK - DATEN GELADEN!"));
+        } else {
+            QCOMPARE(w.List3->item(w.List3->count() - 1)->text(), QString("1234"));
+        }
+        for (const auto& [request, count] : before) {
+            if (request == own)
+                QVERIFY(c.requestCount(request) > count);
+            else
+                QCOMPARE(c.requestCount(request), count);
+        }
+        // No rescan came in between: the chooser's entry still maps to the controller's port.
+        QCOMPARE(w.Comboport->count(), 1);
+        QCOMPARE(w.List3->item(0)->text(), QString("4"));
+        QVERIFY(!win.dialogs->asked().join("\n").contains("Recovery"));
+
+        for (QPushButton* b : controls)
+            QVERIFY2(b->isEnabled(), qPrintable(b->objectName()));
+        QVERIFY(w.Comboport->isEnabled());
+        for (QAction* a : serviceJobs)
+            QVERIFY2(a->isEnabled(), qPrintable(a->text()));
+    }
+
+    // Entries show as their probes end, in port order. The highest controller found so far is
+    // selected until the user chooses; connecting counts as choosing, so a controller found
+    // later never moves later jobs to another port.
+    void scanShowsEntriesAsFound_data()
+    {
+        QTest::addColumn<QString>("choice"); // "", "pick 4", "connect 4"
+        QTest::addColumn<int>("selectedPort");
+        QTest::newRow("no choice") << QString() << 7;
+        QTest::newRow("user picks 4") << QString("pick 4") << 4;
+        QTest::newRow("connect to 4 while scanning") << QString("connect 4") << 4;
+    }
+    void scanShowsEntriesAsFound()
+    {
+        QFETCH(QString, choice);
+        QFETCH(int, selectedPort);
+        SimPorts ports;
+        ports.addSilent(2);
+        ports.add(4);
+        ports.add(7).setResetDelay(std::chrono::milliseconds(1500)); // answers well after port 4
+        MainWindow w;
+        w.dialogs = std::make_shared<ScriptedDialogs>();
+        QSignalSpy scanned(&w, &MainWindow::scanFinished);
+        w.show();
+        w.Form_Load();
+        QTRY_VERIFY_WITH_TIMEOUT(w.Comboport->count() >= 1, 20000);
+        // A silent port holds out for its whole echo wait; port 4 is listed long before that.
+        QVERIFY(scanned.isEmpty());
+        QCOMPARE(w.Comboport->currentText(), QString("VELTRO FW V166 (COMPORT: 4)"));
+        QVERIFY(w.verbinden->isEnabled());
+        if (choice == "pick 4") {
+            emit w.Comboport->activated(w.Comboport->currentIndex());
+        } else if (choice == "connect 4") {
+            QSignalSpy connected(&w, &MainWindow::connectFinished);
+            QTest::mouseClick(w.verbinden, Qt::LeftButton);
+            QVERIFY(connected.wait(30000));
+            QCOMPARE(w.statusText(), QString("CHECKSUMME OK - VERBUNDEN!"));
+        }
+        QVERIFY(scanned.wait(30000));
+        QStringList texts;
+        for (int i = 0; i < w.Comboport->count(); ++i)
+            texts << w.Comboport->itemText(i);
+        QCOMPARE(texts, QStringList({"COM2 verfügbar", "VELTRO FW V166 (COMPORT: 4)", "VELTRO FW V166 (COMPORT: 7)"}));
+        QCOMPARE(w.List3->item(0)->text() + w.List3->item(1)->text() + w.List3->item(2)->text(), QString("247"));
+        QCOMPARE(w.List3->count(), choice == "connect 4" ? 3 + 1026 : 3);
+        QCOMPARE(w.List3->item(w.Comboport->currentIndex())->text(), QString::number(selectedPort));
     }
 
     // The self-update check at the end of start-up: the question names the server's version;
@@ -221,14 +457,14 @@ private slots:
         server.exportEnvironment();
         SimPorts ports;
         MainWindow w;
-        ScriptedDialogs dialogs;
-        dialogs.rest = answer;
-        w.dialogs = &dialogs;
+        auto dialogs = std::make_shared<ScriptedDialogs>();
+        dialogs->rest = answer;
+        w.dialogs = dialogs;
         QSignalSpy done(&w, &MainWindow::startupFinished);
         w.show();
         w.Form_Load();
         QVERIFY(done.wait(30000));
-        QCOMPARE(dialogs.asked(), QStringList({"Software-Update runterladen?|Auf dem Server befindet sich "
+        QCOMPARE(dialogs->asked(), QStringList({"Software-Update runterladen?|Auf dem Server befindet sich "
                                                "Softwareversion 1.06. Soll die aktuelle Version runtergeladen "
                                                "und installiert werden?"}));
         QCOMPARE(QFile::exists(ports.homePath() + "/setup.exe"), answer);
@@ -262,7 +498,7 @@ private slots:
         QVERIFY(!w.Command7->isEnabled());
         QTRY_VERIFY_WITH_TIMEOUT(w.List1->isVisible(), 10000);
         QVERIFY(!w.close());
-        QCOMPARE(win.dialogs.asked().last(), QString("MARDEKO VELTRO V1.05|Die Übertragung zum Controller läuft "
+        QCOMPARE(win.dialogs->asked().last(), QString("MARDEKO VELTRO V1.05|Die Übertragung zum Controller läuft "
                                                      "noch. Bitte warten, bis sie beendet ist."));
         QVERIFY(done.wait(60000));
         QTRY_VERIFY_WITH_TIMEOUT(c.transferComplete(), 5000); // EOT goes out unanswered

@@ -2,6 +2,7 @@
 
 #include "device/discovery.h"
 #include "device/identify.h"
+#include "device/readout.h"
 #include "flash/transfer.h"
 #include "util/runtime_error.h"
 #include "platform/program_folder.h"
@@ -34,12 +35,28 @@ private:
     int lastPercent_ = -1;
 };
 
+#ifndef VELTRO_VERSION
+#error "VELTRO_VERSION comes from the project version in CMake"
+#endif
+
+// One line per command, then the exit codes. --help prints it to stdout; wrong arguments
+// print it to stderr.
+void printUsage(std::ostream& s)
+{
+    s << "usage: veltro-cli COMMAND\n"
+         "  ports                         chooser entries of a port scan, one a line\n"
+         "  identify --port N             connect, identify, print the controller's data, save its image\n"
+         "  flash-firmware FILE --port N  bootloader transfer of FILE in firmware mode\n"
+         "  upload-config FILE --port N   bootloader transfer of FILE in configuration mode\n"
+         "  readout --port N              data block and word readout (serial, date, lambda, word)\n"
+         "  --help, -h                    this text\n"
+         "  --version                     the tool's version\n"
+         "exit codes: 0 success, 1 the device or server failed, 2 wrong arguments\n";
+}
+
 int usage(std::ostream& err)
 {
-    err << "usage: veltro-cli ports\n"
-           "       veltro-cli identify --port N\n"
-           "       veltro-cli flash-firmware FILE --port N\n"
-           "       veltro-cli upload-config FILE --port N\n";
+    printUsage(err);
     return 2;
 }
 
@@ -91,6 +108,34 @@ int cmdIdentify(int port, std::ostream& out, std::ostream& err)
     return 0;
 }
 
+// The status text of a failed readout, with the port's own reason when it has one.
+int readoutFailed(const std::string& finalStatus, const SerialLink& link, std::ostream& err)
+{
+    err << finalStatus;
+    if (!link.errorText().empty()) err << " (" << link.errorText() << ")";
+    err << '\n';
+    return 1;
+}
+
+int cmdReadout(int port, std::ostream& out, std::ostream& err)
+{
+    StreamReporter reporter(err);
+    auto link = PortSerialLinkFactory().create(port);
+    const DataBlockResult block = runDataBlockReadout(*link, reporter);
+    if (!block.ok)
+        return readoutFailed(block.finalStatus, *link, err);
+    out << "SERIENNUMMER: " << block.serial << '\n';
+    out << block.dateText << '\n';
+    out << block.lambdaText << '\n';
+    err << block.finalStatus << '\n';
+    // The window shows the word as a signed number; so does the command line.
+    const WordResult word = runWordReadout(*link, reporter);
+    if (!word.ok)
+        return readoutFailed(word.finalStatus, *link, err);
+    out << "Wort: " << word.word << '\n';
+    return 0;
+}
+
 int cmdTransfer(bool firmware, const std::string& file, int port, std::ostream& err)
 {
     Bytes image;
@@ -113,6 +158,14 @@ int runCli(const std::vector<std::string>& args, std::ostream& out, std::ostream
 {
     if (args.empty())
         return usage(err);
+    if (args.size() == 1 && (args[0] == "--help" || args[0] == "-h")) {
+        printUsage(out);
+        return 0;
+    }
+    if (args.size() == 1 && args[0] == "--version") {
+        out << "veltro-cli " << VELTRO_VERSION << '\n';
+        return 0;
+    }
     if (args[0] == "ports")
         return cmdPorts(out);
     if (args[0] == "identify") {
@@ -122,6 +175,14 @@ int runCli(const std::vector<std::string>& args, std::ostream& out, std::ostream
             return 2;
         }
         return cmdIdentify(port, out, err);
+    }
+    if (args[0] == "readout") {
+        const int port = portArgument(args);
+        if (port < 1 || port > 99) {
+            err << "readout: --port N mit N von 1 bis 99 angeben\n";
+            return 2;
+        }
+        return cmdReadout(port, out, err);
     }
     if (args[0] == "flash-firmware" || args[0] == "upload-config") {
         const int port = portArgument(args);

@@ -3,6 +3,7 @@
 #include "sim_ports.h"
 #include "test_files.h"
 
+#include <QRegularExpression>
 #include <QTest>
 
 #include <sstream>
@@ -11,6 +12,8 @@ using namespace veltro;
 using namespace veltro::test;
 
 // Controllers on 6 and 7 (7 never finishes the bootloader handshake), a silent port on 2.
+// The readout rows also get a controller on 3 whose data block has a wrong checksum, one on 4
+// that does not answer the word readout and one on 5 whose word is 0xFFFE.
 // FILE stands for a 300-byte file and HOME for the program folder.
 class TestCli : public QObject {
     Q_OBJECT
@@ -19,6 +22,34 @@ private slots:
     {
         qputenv("VELTRO_UPDATE_HTTP", "http://127.0.0.1:9");
         qputenv("VELTRO_UPDATE_HTTPS", "https://127.0.0.1:9");
+    }
+
+    // The help lists each command on exactly one line, and the exit codes.
+    void help_data()
+    {
+        QTest::addColumn<QString>("option");
+        QTest::newRow("--help") << "--help";
+        QTest::newRow("-h") << "-h";
+    }
+    void help()
+    {
+        QFETCH(QString, option);
+        std::ostringstream stdOut, stdErr;
+        QCOMPARE(runCli({option.toStdString()}, stdOut, stdErr), 0);
+        QCOMPARE(QString::fromStdString(stdErr.str()), QString());
+        const QStringList lines = QString::fromStdString(stdOut.str()).split('\n', Qt::SkipEmptyParts);
+        const QStringList commands{"ports", "identify --port N", "flash-firmware FILE --port N",
+                                   "upload-config FILE --port N", "readout --port N", "--version"};
+        for (const QString& command : commands) {
+            const QString word = command.section(' ', 0, 0);
+            QStringList found;
+            for (const QString& line : lines)
+                if (line.simplified().section(' ', 0, 0).remove(',') == word) found << line;
+            QVERIFY2(found.size() == 1, qPrintable(command + " not on exactly one line of:\n" + lines.join('\n')));
+            QVERIFY2(found[0].simplified().startsWith(command), qPrintable(found[0]));
+        }
+        QVERIFY2(lines.filter(QRegularExpression("^exit codes: 0 success, 1 .*failed, 2 wrong arguments$")).size() == 1,
+                 qPrintable(lines.join('\n')));
     }
 
     void commands_data()
@@ -38,12 +69,32 @@ private slots:
             << "auf Reset warten...\nBlöcke gesamt: 3\n100 % übertragen!\nErfolgreich geflasht!";
         QTest::newRow("upload-config") << "upload-config FILE --port 6" << 0 << ""
                                        << "auf Controllerreset warten...\nBlöcke gesamt: 3\nErfolgreich übertragen!";
+        QTest::newRow("version") << "--version" << 0 << "veltro-cli 1.05\n" << "";
+        QTest::newRow("readout") << "readout --port 6" << 0
+                                 << "SERIENNUMMER: A173E0\nHerstellungsdatum des Gerätes: 7.3.2024\n"
+                                    "Lambda-CAL: &H2A4C\nWort: 1234\n"
+                                 << "CHECKSUMME OK - DATEN GELADEN!";
+        QTest::newRow("readout, negative word") << "readout --port 5" << 0
+                                                << "SERIENNUMMER: A5BDF\nHerstellungsdatum des Gerätes: 5.11.2023\n"
+                                                   "Lambda-CAL: &H003C\nWort: -2\n"
+                                                << "CHECKSUMME OK - DATEN GELADEN!";
         // Failures
         QTest::newRow("silent controller") << "identify --port 2" << 1 << "" << "ERROR";
         QTest::newRow("number without port") << "identify --port 8" << 1 << "" << "ERROR";
         QTest::newRow("no port given") << "identify" << 2 << "" << "identify: --port N";
         QTest::newRow("port with trailing text") << "identify --port 6x" << 2 << "" << "identify: --port N";
-        QTest::newRow("unknown command") << "frobnicate" << 2 << "" << "usage: veltro-cli ports\n       veltro-cli up";
+        QTest::newRow("unknown command") << "frobnicate" << 2 << "" << "usage: veltro-cli\n  upload-config\nexit codes:";
+        QTest::newRow("no command") << "" << 2 << "" << "usage: veltro-cli\n  readout --port N\nexit codes:";
+        QTest::newRow("readout, silent controller") << "readout --port 2" << 1 << "" << "ERROR";
+        QTest::newRow("readout, number without port") << "readout --port 8" << 1 << "" << "ERROR (Port nicht vorhanden)";
+        // The status text of a bad block is its last byte, as in the window's status bar.
+        QTest::newRow("readout, wrong checksum") << "readout --port 3" << 1 << "" << "77";
+        QTest::newRow("readout, no word") << "readout --port 4" << 1
+                                          << "SERIENNUMMER: A5BDF\nHerstellungsdatum des Gerätes: 5.11.2023\n"
+                                             "Lambda-CAL: &H003C\n"
+                                          << "CHECKSUMME OK - DATEN GELADEN!\nERROR";
+        QTest::newRow("readout, no port given") << "readout" << 2 << "" << "readout: --port N";
+        QTest::newRow("readout, port out of range") << "readout --port 100" << 2 << "" << "readout: --port N";
         QTest::newRow("no handshake") << "upload-config FILE --port 7" << 1 << "" << "Handshake fehlgeschlagen!";
         QTest::newRow("missing file") << "flash-firmware /nonexistent/fw.bin --port 6" << 1 << ""
                                       << "/nonexistent/fw.bin: Datei nicht gefunden";
@@ -58,10 +109,21 @@ private slots:
         ports.addSilent(2);
         auto& c = ports.add(6);
         ports.add(7).setBootFaults({.noHandshake = true});
+        c.setManufacturingDate(2024, 3, 7);
+        c.setDataSerialByte(0xA1);
+        c.setLambdaCalibration(0x2A4C);
+        c.setWord(1234);
+        if (args.startsWith("readout")) { // left out of the port scan row
+            auto& badBlock = ports.add(3);
+            badBlock.setDataBlockByte(127, 77);
+            badBlock.setFaults(sim::Request::DataBlock, {.wrongChecksum = true});
+            ports.add(4).setFaults(sim::Request::Word, {.silent = true});
+            ports.add(5).setWord(0xFFFE);
+        }
         const QString file = ports.homePath() + "/fw.bin";
         QVERIFY(writeFile(file, QByteArray(300, 'x')));
         std::vector<std::string> a;
-        for (const QString& s : args.split(' '))
+        for (const QString& s : args.split(' ', Qt::SkipEmptyParts))
             a.push_back((s == "FILE" ? file : s).toStdString());
         std::ostringstream stdOut, stdErr;
         QCOMPARE(runCli(a, stdOut, stdErr), code);

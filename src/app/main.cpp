@@ -1,5 +1,6 @@
 #include "app/demo.h"
 #include "app/main_window.h"
+#include "app/translations.h"
 
 #include <QApplication>
 #include <QFont>
@@ -15,6 +16,8 @@ int main(int argc, char** argv)
 
     QApplication app(argc, argv);
     QApplication::setApplicationName("veltro");
+    // German dialog buttons; without the translation file the tool runs with English ones.
+    veltro::installQtGermanTranslation();
     QFont font = QApplication::font();
     font.setPointSize(8);
     QApplication::setFont(font);

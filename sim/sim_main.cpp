@@ -23,6 +23,7 @@ const char* const Usage =
     "  --hw N           hardware version (default 3)\n"
     "  --layout N       layout/boot version byte (default 180)\n"
     "  --type N         controller type (default 1)\n"
+    "  --older MINOR    an image of the older layout: byte 127 = 5, firmware minor at byte 126\n"
     "  --silent         never answer anything (a port without a controller)\n"
     "  --line-rate      pace answers like a 921600-baud line\n"
     "  --help           this text\n";
@@ -77,6 +78,9 @@ int main(int argc, char** argv)
                 controller.setLayout(static_cast<std::uint8_t>(number(value(), 10, 255, "--layout")));
             } else if (arg == "--type") {
                 controller.setControllerType(static_cast<std::uint8_t>(number(value(), 10, 255, "--type")));
+            } else if (arg == "--older") {
+                controller.setImageByte(126, static_cast<std::uint8_t>(number(value(), 10, 255, "--older")));
+                controller.setImageByte(127, 5);
             } else if (arg == "--silent") {
                 controller.setSilent(true);
             } else if (arg == "--line-rate") {

@@ -42,7 +42,10 @@ std::optional<SelfUpdateOffer> checkSelfUpdate(const std::string& programmversio
 
 int downloadInstaller(const std::string& folder)
 {
-    return downloadToFile(endpoints::updateHttpRoot() + "/fwupdate/VELTRO-setup.exe", folder + "/setup.exe");
+    // The tool's installer is no controller image: it gets a cap of its own.
+    constexpr std::int64_t kInstallerLimit = 512LL * 1024 * 1024;
+    return downloadToFile(endpoints::updateHttpRoot() + "/fwupdate/VELTRO-setup.exe", folder + "/setup.exe", {},
+                          nullptr, kInstallerLimit);
 }
 
 bool startInstaller(const std::string& path)

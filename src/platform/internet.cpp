@@ -65,21 +65,57 @@ std::string caBundle(const std::string& extra)
     return cached;
 }
 
-size_t appendToString(char* data, size_t size, size_t count, void* user)
+// Where received bytes go, with the most that may arrive. Returning less than was offered
+// makes libcurl end the transfer; no exception may leave these callbacks.
+struct TextSink {
+    std::string* body;
+    std::size_t limit;
+    bool overLimit = false;
+};
+struct FileSink {
+    std::FILE* file;
+    std::int64_t limit;
+    std::int64_t written = 0;
+    bool overLimit = false;
+};
+
+size_t appendToString(char* data, size_t size, size_t count, void* user) noexcept
 {
-    static_cast<std::string*>(user)->append(data, size * count);
-    return size * count;
+    auto& sink = *static_cast<TextSink*>(user);
+    const std::size_t n = size * count;
+    if (sink.body->size() + n > sink.limit) {
+        sink.overLimit = true;
+        return 0;
+    }
+    try {
+        sink.body->append(data, n);
+    } catch (...) {
+        return 0;
+    }
+    return n;
 }
 
-size_t appendToFile(char* data, size_t size, size_t count, void* user)
+size_t appendToFile(char* data, size_t size, size_t count, void* user) noexcept
 {
-    return std::fwrite(data, size, count, static_cast<std::FILE*>(user)) * size;
+    auto& sink = *static_cast<FileSink*>(user);
+    const std::size_t n = size * count;
+    if (sink.written + std::int64_t(n) > sink.limit) {
+        sink.overLimit = true;
+        return 0;
+    }
+    const std::size_t done = std::fwrite(data, 1, n, sink.file);
+    sink.written += std::int64_t(done);
+    return done;
 }
 
-int reportProgress(void* user, curl_off_t total, curl_off_t received, curl_off_t, curl_off_t)
+int reportProgress(void* user, curl_off_t total, curl_off_t received, curl_off_t, curl_off_t) noexcept
 {
     const auto& progress = *static_cast<const DownloadProgress*>(user);
-    return progress(std::int64_t(received), std::int64_t(total)) ? 0 : 1;
+    try {
+        return progress(std::int64_t(received), std::int64_t(total)) ? 0 : 1;
+    } catch (...) {
+        return 1;
+    }
 }
 
 struct Transfer {
@@ -168,19 +204,26 @@ FetchResult fetchText(const std::string& url)
         result.error = "libcurl nicht verfügbar";
         return result;
     }
+    TextSink sink{&result.body, kTextLimit};
     curl_easy_setopt(t.curl, CURLOPT_WRITEFUNCTION, appendToString);
-    curl_easy_setopt(t.curl, CURLOPT_WRITEDATA, &result.body);
+    curl_easy_setopt(t.curl, CURLOPT_WRITEDATA, &sink);
+    curl_easy_setopt(t.curl, CURLOPT_MAXFILESIZE_LARGE, curl_off_t(kTextLimit));
     const CURLcode code = curl_easy_perform(t.curl);
     curl_easy_getinfo(t.curl, CURLINFO_RESPONSE_CODE, &result.httpStatus);
     result.ok = code == CURLE_OK;
     if (!result.ok) {
-        result.error = t.describe(code);
-        result.body.clear();
+        result.error = sink.overLimit || code == CURLE_FILESIZE_EXCEEDED
+                           ? "Antwort zu groß (mehr als " + std::to_string(kTextLimit / 1024) + " KiB)"
+                           : t.describe(code);
+        std::string().swap(result.body);
     }
     return result;
 }
 
-int downloadToFile(const std::string& url, const std::string& path, const DownloadProgress& progress)
+static_assert(kDownloadOverLimit == int(CURLE_FILESIZE_EXCEEDED));
+
+int downloadToFile(const std::string& url, const std::string& path, const DownloadProgress& progress,
+                   DownloadInfo* info, std::int64_t limit)
 {
     std::string temp;
     std::FILE* file = openTemporaryBeside(path, temp);
@@ -192,8 +235,10 @@ int downloadToFile(const std::string& url, const std::string& path, const Downlo
         std::remove(temp.c_str());
         return int(CURLE_FAILED_INIT);
     }
+    FileSink sink{file, limit};
     curl_easy_setopt(t.curl, CURLOPT_WRITEFUNCTION, appendToFile);
-    curl_easy_setopt(t.curl, CURLOPT_WRITEDATA, file);
+    curl_easy_setopt(t.curl, CURLOPT_WRITEDATA, &sink);
+    curl_easy_setopt(t.curl, CURLOPT_MAXFILESIZE_LARGE, curl_off_t(limit));
     if (progress) {
         curl_easy_setopt(t.curl, CURLOPT_XFERINFOFUNCTION, reportProgress);
         curl_easy_setopt(t.curl, CURLOPT_XFERINFODATA, &progress);
@@ -202,7 +247,16 @@ int downloadToFile(const std::string& url, const std::string& path, const Downlo
     const CURLcode code = curl_easy_perform(t.curl);
     long status = 0;
     curl_easy_getinfo(t.curl, CURLINFO_RESPONSE_CODE, &status);
+    if (info) {
+        const char* type = nullptr;
+        curl_easy_getinfo(t.curl, CURLINFO_CONTENT_TYPE, &type);
+        info->contentType = type ? type : "";
+    }
     const bool closed = std::fclose(file) == 0;
+    if (sink.overLimit) {
+        std::remove(temp.c_str());
+        return kDownloadOverLimit;
+    }
     if (code != CURLE_OK || !closed) {
         std::remove(temp.c_str());
         if (code == CURLE_HTTP_RETURNED_ERROR && status >= 400)

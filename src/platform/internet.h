@@ -2,6 +2,7 @@
 // Internet transfers for the update server and the maker's web server, through libcurl.
 // Blocking calls: run them on a worker thread, never on the window's thread. Every transfer
 // asks for a fresh copy (no cache), verifies certificates, and ends by its time-outs.
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -15,17 +16,33 @@ struct FetchResult {
     long httpStatus = 0;
 };
 
-// GET a URL as text. HTTP errors (404 and the like) are failures.
+// Far more than any version file or connection record: a longer reply is not one of them.
+inline constexpr std::size_t kTextLimit = 64 * 1024;
+// Far more than the bootloader takes (98,175 bytes): a longer download is not an image.
+inline constexpr std::int64_t kDownloadLimit = 1024 * 1024;
+
+// GET a URL as text. HTTP errors (404 and the like) are failures, and so is a reply longer
+// than kTextLimit.
 FetchResult fetchText(const std::string& url);
 
 // Called now and then during a download with the bytes received so far and the size the
 // server announced (0 when it did not). Returning false cancels the download.
 using DownloadProgress = std::function<bool(std::int64_t received, std::int64_t total)>;
 
-// GET a URL into a file: 0 on success, otherwise the curl code or the HTTP status (>= 400).
-// The file is written under a temporary name in the same folder and renamed at the end, so
-// a failed download never leaves a half file nor destroys an existing one.
-int downloadToFile(const std::string& url, const std::string& path, const DownloadProgress& progress = {});
+// downloadToFile's result when more than its limit arrived (libcurl's CURLE_FILESIZE_EXCEEDED).
+inline constexpr int kDownloadOverLimit = 63;
+
+// What the server said about a download besides its bytes.
+struct DownloadInfo {
+    std::string contentType; // as sent, "" when none
+};
+
+// GET a URL into a file: 0 on success, otherwise the curl code or the HTTP status (>= 400);
+// more than `limit` bytes end it with kDownloadOverLimit. The file is written under a
+// temporary name in the same folder and renamed at the end, so a failed download never
+// leaves a half file nor destroys an existing one.
+int downloadToFile(const std::string& url, const std::string& path, const DownloadProgress& progress = {},
+                   DownloadInfo* info = nullptr, std::int64_t limit = kDownloadLimit);
 
 // Percent-encodes what may not stand in a URL path segment (blanks, slashes, non-ASCII bytes
 // and the like); letters, digits and "-._~" stay as they are.

@@ -21,9 +21,11 @@ class TestInternet : public QObject {
 private slots:
     void initTestCase()
     {
-        for (int i = 0; i < 70000; ++i)
+        for (int i = 0; i < 60000; ++i)
             binary_.append(char(i * 31 + i / 256));
         writeFile(served_.path() + "/fwupdate/3_180_lastfw", binary_);
+        for (int size : {65536, 65537, 1048576, 1048577})
+            writeFile(served_.path() + "/limit/" + QString::number(size), QByteArray(size, '7'));
         QVERIFY(server_.start(served_.path()));
     }
     void cleanupTestCase() { LocalHttpServer::clearEnvironment(); }
@@ -95,6 +97,51 @@ private slots:
         QCOMPARE(readFile(file), ok ? binary_ : QByteArray("old content"));
         QCOMPARE(QDir(target.path()).entryList(QDir::Files | QDir::Hidden), QStringList({"3_180_lastfw"}));
         checkNoCache();
+    }
+
+    // Text fetches stop past 64 KiB and downloads past 1 MiB, with a clear text and nothing
+    // left on disk; a body that never ends is one of them. The server's content type is
+    // handed on.
+    void limits_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<bool>("textOk");
+        QTest::addColumn<int>("downloadRc");
+        QTest::newRow("text at the limit") << "/limit/65536" << true << 0;
+        QTest::newRow("text one byte over") << "/limit/65537" << false << 0;
+        QTest::newRow("image at the limit") << "/limit/1048576" << false << 0;
+        QTest::newRow("image one byte over") << "/limit/1048577" << false << kDownloadOverLimit;
+        QTest::newRow("endless body") << "/endless/a" << false << kDownloadOverLimit;
+    }
+    void limits()
+    {
+        QFETCH(QString, path);
+        QFETCH(bool, textOk);
+        QFETCH(int, downloadRc);
+        const std::string url = (server_.httpRoot() + path).toStdString();
+        const FetchResult text = fetchText(url);
+        QCOMPARE(text.ok, textOk);
+        if (!textOk) {
+            QCOMPARE(QString::fromStdString(text.error), QString("Antwort zu groß (mehr als 64 KiB)"));
+            QVERIFY(text.body.empty());
+        }
+        QTemporaryDir target;
+        const QString file = target.path() + "/jdwiii.hzg";
+        writeFile(file, "old content");
+        QCOMPARE(downloadToFile(url, file.toStdString()), downloadRc);
+        if (downloadRc != 0)
+            QCOMPARE(readFile(file), QByteArray("old content"));
+        QCOMPARE(QDir(target.path()).entryList(QDir::Files | QDir::Hidden), QStringList({"jdwiii.hzg"}));
+    }
+
+    void contentType()
+    {
+        QTemporaryDir target;
+        DownloadInfo info;
+        QCOMPARE(downloadToFile((server_.httpRoot() + "/page200/fwupdate/x").toStdString(),
+                                (target.path() + "/f").toStdString(), {}, &info),
+                 0);
+        QCOMPARE(QString::fromStdString(info.contentType), QString("text/html; charset=utf-8"));
     }
 };
 

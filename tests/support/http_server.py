@@ -3,7 +3,9 @@
 
 Prints {"http": PORT, "https": PORT} once both listen; ends when its standard input closes.
 Each request is logged to LOG as a JSON line (path; headers, names in lower case) before it is
-answered. Files answer 200, anything else 404; a path under /stall/ is never answered.
+answered. Files answer 200, anything else 404; a path under /stall/ is never answered, one
+under /page200/ is answered 200 with an HTML page whatever it names (a captive portal), and
+one under /endless/ with a text body that never ends.
 """
 import http.server
 import json
@@ -31,6 +33,27 @@ class Handler(http.server.SimpleHTTPRequestHandler):
             f.write(json.dumps({"path": self.path, "headers": {k.lower(): v for k, v in self.headers.items()}}) + "\n")
         if self.path.startswith("/stall/"):
             time.sleep(3600)
+            return
+        if self.path.startswith("/page200/"):
+            body = b"<!DOCTYPE html>\n<html><head><title>Anmeldung</title></head><body>Bitte anmelden</body></html>\n"
+            self.send_response(200)
+            self.send_header("Content-Type", "text/html; charset=utf-8")
+            self.send_header("Content-Length", str(len(body)))
+            self.end_headers()
+            self.wfile.write(body)
+            return
+        if self.path.startswith("/endless/"):
+            self.send_response(200)
+            self.send_header("Content-Type", "application/octet-stream")
+            self.send_header("Connection", "close")
+            self.end_headers()
+            chunk = b"170,1.70," * 4096
+            try:
+                while True:
+                    self.wfile.write(chunk)
+            except (ConnectionError, OSError):
+                pass
+            self.close_connection = True
             return
         local = self.translate_path(self.path)
         status, body = 404, b"Not Found\n"

@@ -3,6 +3,7 @@
 #include "device/discovery.h"
 #include "device/identify.h"
 #include "device/readout.h"
+#include "flash/image_check.h"
 #include "flash/transfer.h"
 #include "util/runtime_error.h"
 #include "platform/program_folder.h"
@@ -10,6 +11,8 @@
 #include "platform/reporter.h"
 
 #include <charconv>
+#include <fstream>
+#include <iterator>
 #include <ostream>
 
 namespace veltro {
@@ -138,6 +141,15 @@ int cmdReadout(int port, std::ostream& out, std::ostream& err)
 
 int cmdTransfer(bool firmware, const std::string& file, int port, std::ostream& err)
 {
+    // Refused before the bootloader is woken: the controller stays as it is.
+    std::ifstream in(file, std::ios::binary);
+    const Bytes raw((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    if (in.is_open()) {
+        if (const auto why = imageRefusal(raw, firmware ? ImageKind::Firmware : ImageKind::Configuration)) {
+            err << file << ": " << *why << '\n';
+            return 1;
+        }
+    }
     Bytes image;
     try {
         image = LoadTransferImage(file);

@@ -1,11 +1,13 @@
 #include "flash/jobs.h"
 
+#include "flash/image_check.h"
 #include "platform/endpoints.h"
 #include "platform/internet.h"
 #include "util/numbers.h"
 #include "util/runtime_error.h"
 
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <vector>
@@ -52,6 +54,12 @@ std::string readFile(const std::string& path)
     return s.str();
 }
 
+Bytes readBytes(const std::string& path)
+{
+    const std::string text = readFile(path);
+    return Bytes(text.begin(), text.end());
+}
+
 } // namespace
 
 std::string firmwareVersionPath(const FirmwareInputs& in)
@@ -82,9 +90,12 @@ FirmwareResult runFirmwareUpdate(const FirmwareInputs& in, Dialogs& dialogs, Rep
     std::string imageUrl;
 
     // A file prepared for this very device (or a recovery number) comes first; the server
-    // answers an error when there is none, also for an empty name.
+    // answers an error when there is none, also for an empty name. A page that a server or a
+    // proxy sends for a missing path with status 200 is no such file.
     const std::string specificUrl = http + "/fwupdate/" + urlEncodePathSegment(in.fwupdateser);
-    if (downloadToFile(specificUrl, folder + "/firmware.txt") == 0) {
+    DownloadInfo probe;
+    if (downloadToFile(specificUrl, folder + "/firmware.txt", {}, &probe) == 0
+        && !imageRefusal(readBytes(folder + "/firmware.txt"), ImageKind::Firmware, probe.contentType)) {
         if (!dialogs.question(kDownloadTitle, deviceSpecificText(in.olderForm)))
             return result;
         imageUrl = specificUrl;
@@ -92,7 +103,7 @@ FirmwareResult runFirmwareUpdate(const FirmwareInputs& in, Dialogs& dialogs, Rep
         std::vector<std::string> fields;
         if (in.olderForm) {
             const std::string local = folder + "/firmware.txt";
-            if (downloadToFile(http + firmwareVersionPath(in), local) == 0) {
+            if (downloadToFile(http + firmwareVersionPath(in), local, {}, nullptr, std::int64_t(kTextLimit)) == 0) {
                 fields = splitFields(readFile(local));
                 std::remove(local.c_str());
             }
@@ -123,11 +134,21 @@ FirmwareResult runFirmwareUpdate(const FirmwareInputs& in, Dialogs& dialogs, Rep
     if (hooks.showList) hooks.showList();
     reporter.step("Starte Download...");
     const std::string image = folder + "/jdwiii.hzg";
-    if (downloadToFile(imageUrl, image) != 0) {
+    DownloadInfo downloaded;
+    const int code = downloadToFile(imageUrl, image, {}, &downloaded);
+    if (code != 0) {
         reporter.step("Download fehlgeschlagen!");
+        if (code == kDownloadOverLimit)
+            reporter.step("Die Datei ist größer als " + std::to_string(kDownloadLimit / 1024 / 1024)
+                          + " MiB: das ist keine Firmware für diesen Controller.");
         return result;
     }
     reporter.step("Download erfolgreich");
+    // Checked before the bootloader is woken: a refused file leaves the controller as it is.
+    if (const auto why = imageRefusal(readBytes(image), ImageKind::Firmware, downloaded.contentType)) {
+        reporter.step(*why);
+        return result;
+    }
 
     Bytes transferImage;
     try {
@@ -174,6 +195,15 @@ ConfigUploadResult runConfigUpload(const ConfigUploadInputs& in, Dialogs& dialog
     }
 
     if (showList) showList();
+    std::error_code sizeError;
+    const auto size = std::filesystem::file_size(result.file, sizeError);
+    if (!sizeError && size > kMaxImageFileSize) {
+        link->close();
+        const std::string why = *sizeRefusal(size);
+        reporter.status(why);
+        reporter.step(why);
+        return result;
+    }
     Bytes image;
     try {
         image = LoadTransferImage(result.file);

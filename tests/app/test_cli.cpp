@@ -6,6 +6,9 @@
 #include <QRegularExpression>
 #include <QTest>
 
+#include <QRegularExpression>
+
+#include <map>
 #include <sstream>
 
 using namespace veltro;
@@ -96,6 +99,13 @@ private slots:
         QTest::newRow("readout, no port given") << "readout" << 2 << "" << "readout: --port N";
         QTest::newRow("readout, port out of range") << "readout --port 100" << 2 << "" << "readout: --port N";
         QTest::newRow("no handshake") << "upload-config FILE --port 7" << 1 << "" << "Handshake fehlgeschlagen!";
+        // Refused before the bootloader is woken (the controller is checked untouched below).
+        QTest::newRow("empty firmware") << "flash-firmware EMPTY --port 6" << 1 << ""
+                                        << "EMPTY: Abbruch: die Datei ist leer.";
+        QTest::newRow("firmware that is a page") << "flash-firmware PAGE --port 6" << 1 << ""
+                                                 << "PAGE: Abbruch: der Server hat eine Textseite";
+        QTest::newRow("configuration too large") << "upload-config BIG --port 6" << 1 << ""
+                                                 << "BIG: Abbruch: die Datei ist zu groß für den Bootloader";
         QTest::newRow("missing file") << "flash-firmware /nonexistent/fw.bin --port 6" << 1 << ""
                                       << "/nonexistent/fw.bin: Datei nicht gefunden";
     }
@@ -122,9 +132,17 @@ private slots:
         }
         const QString file = ports.homePath() + "/fw.bin";
         QVERIFY(writeFile(file, QByteArray(300, 'x')));
+        const std::map<QString, QString> files = {{"FILE", file}, {"EMPTY", ports.homePath() + "/empty.bin"},
+                                                  {"PAGE", ports.homePath() + "/page.bin"},
+                                                  {"BIG", ports.homePath() + "/big.tmp"}};
+        QVERIFY(writeFile(files.at("EMPTY"), QByteArray()));
+        QVERIFY(writeFile(files.at("PAGE"), "<html><body>404</body></html>"));
+        QVERIFY(writeFile(files.at("BIG"), QByteArray(98176, 'y')));
         std::vector<std::string> a;
         for (const QString& s : args.split(' ', Qt::SkipEmptyParts))
-            a.push_back((s == "FILE" ? file : s).toStdString());
+            a.push_back((files.count(s) ? files.at(s) : s).toStdString());
+        for (const auto& [name, path] : files)
+            err.replace(name + ":", path + ":");
         std::ostringstream stdOut, stdErr;
         QCOMPARE(runCli(a, stdOut, stdErr), code);
         QCOMPARE(QString::fromStdString(stdOut.str()), out.replace("HOME", ports.homePath()));
@@ -138,6 +156,8 @@ private slots:
         }
         if (!err.isEmpty())
             QCOMPARE(at, lines.size() - 1);
+        if (code == 1 && args.contains(QRegularExpression("EMPTY|PAGE|BIG")))
+            QCOMPARE(c.requestCount(sim::Request::Bootloader), 0);
         if (code == 0 && args.contains("FILE")) {
             QCOMPARE(int(c.receivedMode()), args.startsWith("flash-firmware") ? 0x7B : 0x7C);
             QCOMPARE(c.receivedImage(), transferImageOf(Bytes(300, 'x')));

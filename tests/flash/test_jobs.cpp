@@ -56,8 +56,65 @@ private slots:
         writeFile(served_.path() + "/fwupdate/12 34", QByteArray(300, 'd'));
         writeFile(served_.path() + "/fwupdate/180.txt", "171,1.71"); // the older form's version file
         writeFile(served_.path() + "/fwupdate/180_lastfw", QByteArray(400, 'e'));
+        const QByteArray page = "\r\n  <!DOCTYPE html>\n<html><body>Nicht gefunden</body></html>\n";
+        for (const char* hw : {"5", "6", "7", "8"})
+            writeFile(served_.path() + "/fwupdate/VELTRO_" + hw + "_180.txt", "170,1.70");
+        writeFile(served_.path() + "/fwupdate/5_180_lastfw", page);
+        writeFile(served_.path() + "/fwupdate/6_180_lastfw", QByteArray());
+        writeFile(served_.path() + "/fwupdate/7_180_lastfw", QByteArray(98176, 'g'));
+        writeFile(served_.path() + "/fwupdate/8_180_lastfw", QByteArray(2 * 1024 * 1024, 'h'));
+        writeFile(served_.path() + "/fwupdate/5E1A1000", page); // a "device-specific" page
         QVERIFY(server_.start(served_.path()));
         server_.exportEnvironment();
+    }
+
+    // What is not a firmware image never wakes the bootloader: a page (sent as text/html or
+    // reading as markup), an empty file, a file the bootloader cannot take whole, a download
+    // past the cap. A page is no device-specific file either: the general path follows.
+    void refusedImages_data()
+    {
+        QTest::addColumn<QString>("hw");
+        QTest::addColumn<QString>("serial");
+        QTest::addColumn<bool>("everyPathAPage");
+        QTest::addColumn<QString>("lastStep"); // starts with
+        QTest::newRow("image reads as a page") << "5" << "1A2B3C4D" << false
+                                               << "Abbruch: der Server hat eine Textseite statt einer Firmware";
+        QTest::newRow("empty image") << "6" << "1A2B3C4D" << false << "Abbruch: die Datei ist leer.";
+        QTest::newRow("one byte more than the bootloader takes")
+            << "7" << "1A2B3C4D" << false << "Abbruch: die Datei ist zu groß für den Bootloader (98176 Bytes, höchstens 98175)";
+        QTest::newRow("download past the cap") << "8" << "1A2B3C4D" << false << "Die Datei ist größer als 1 MiB";
+        QTest::newRow("device-specific page, general image flashed") << "3" << "5E1A1000" << false
+                                                                     << "Erfolgreich geflasht!";
+        QTest::newRow("every path answers a page") << "3" << "1A2B3C4D" << true << "";
+    }
+    void refusedImages()
+    {
+        QFETCH(QString, hw);
+        QFETCH(QString, serial);
+        QFETCH(bool, everyPathAPage);
+        QFETCH(QString, lastStep);
+        if (everyPathAPage) {
+            qputenv("VELTRO_UPDATE_HTTP", (server_.httpRoot() + "/page200").toUtf8());
+            qputenv("VELTRO_UPDATE_HTTPS", (server_.httpsRoot() + "/page200").toUtf8());
+        }
+        Rig rig;
+        const FirmwareInputs in{serial.toStdString(), hw.toStdString(), "180", "166", "1", 3, rig.ports.home(), false};
+        const FirmwareResult r = runFirmwareUpdate(in, rig.dialogs, rig.reporter, rig.factory);
+        server_.exportEnvironment();
+        const QStringList asked = rig.dialogs.asked();
+        QVERIFY(!asked.join("\n").contains("speziell für die Seriennummer"));
+        const QStringList steps = rig.reporter.steps();
+        if (lastStep.isEmpty()) {
+            QVERIFY(steps.isEmpty());
+            QCOMPARE(asked.last(), QString("Suche fehlgeschlagen!|Informationen konnten nicht runtergeladen werden"));
+        } else {
+            QVERIFY2(steps.last().startsWith(lastStep), qPrintable(steps.last()));
+        }
+        const bool flashed = lastStep == "Erfolgreich geflasht!";
+        QCOMPARE(r.flashed, flashed);
+        QCOMPARE(rig.c.requestCount(sim::Request::Bootloader) > 0, flashed);
+        if (flashed)
+            QCOMPARE(rig.c.receivedImage(), padded(readFile(served_.path() + "/fwupdate/3_180_lastfw")));
     }
 
     // From the offer to the flashed controller: it holds the file plus padding, the downloaded

@@ -50,13 +50,15 @@ QLabel* label(const QString& caption, QWidget* parent, const char* name)
 // Chooser entries of a controller carry this flag.
 constexpr int kControllerRole = Qt::UserRole + 1;
 
-// The one child of a panel that holds its controls.
-QWidget* panelBody(QGroupBox* panel)
+// The one child of a panel that holds its controls, and the column they stand in.
+QVBoxLayout* panelBody(QGroupBox* panel, QWidget*& body, int spacing)
 {
-    auto* body = new QWidget(panel);
-    auto* outer = new QVBoxLayout(panel);
-    outer->addWidget(body);
-    return body;
+    body = new QWidget(panel);
+    (new QVBoxLayout(panel))->addWidget(body);
+    auto* column = new QVBoxLayout(body);
+    column->setContentsMargins(0, 0, 0, 0);
+    column->setSpacing(spacing);
+    return column;
 }
 
 QTimer* timer(int intervalMs, QObject* parent, const char* name)
@@ -86,10 +88,7 @@ void MainWindow::buildControls()
     Frame_verbinden = new QGroupBox("Verbindung mit VELTRO herstellen:", central);
     Frame_verbinden->setObjectName("Frame_verbinden");
     {
-        connectBody_ = panelBody(Frame_verbinden);
-        auto* v = new QVBoxLayout(connectBody_);
-        v->setContentsMargins(0, 0, 0, 0);
-        v->setSpacing(4);
+        auto* v = panelBody(Frame_verbinden, connectBody_, 4);
         Label1 = label("COM-PORT:", connectBody_, "Label1");
         Comboport = new QComboBox(connectBody_);
         Comboport->setObjectName("Comboport");
@@ -111,10 +110,7 @@ void MainWindow::buildControls()
     frame_config = new QGroupBox("Konfiguration", central);
     frame_config->setObjectName("frame_config");
     {
-        configBody_ = panelBody(frame_config);
-        auto* v = new QVBoxLayout(configBody_);
-        v->setContentsMargins(0, 0, 0, 0);
-        v->setSpacing(2);
+        auto* v = panelBody(frame_config, configBody_, 2);
         Label5 = label("SERIENNUMMER: ", configBody_, "Label5");
         vers = label("FIRMWARE V", configBody_, "vers");
         hwversion = label("HARDWARE: ", configBody_, "hwversion");
@@ -155,10 +151,7 @@ void MainWindow::buildControls()
     frame_older = new QGroupBox("VELTRO (ältere Form)", central);
     frame_older->setObjectName("frame_older");
     {
-        olderBody_ = panelBody(frame_older);
-        auto* v = new QVBoxLayout(olderBody_);
-        v->setContentsMargins(0, 0, 0, 0);
-        v->setSpacing(2);
+        auto* v = panelBody(frame_older, olderBody_, 2);
         olderSerial = label("SERIENNUMMER: ", olderBody_, "olderSerial");
         olderVers = label("FIRMWARE V", olderBody_, "olderVers");
         olderFirmware = button("FIRMWARE-UPDATE (ÄLTERE FORM)", olderBody_, "olderFirmware");

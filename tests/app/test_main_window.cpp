@@ -24,6 +24,20 @@ using namespace veltro;
 using namespace veltro::test;
 
 namespace {
+// An update server on 127.0.0.1 serving these files (path under the root -> content), with
+// the tool's server roots pointing at it.
+struct Served {
+    QTemporaryDir dir;
+    LocalHttpServer server;
+    explicit Served(const std::map<QString, QByteArray>& files)
+    {
+        for (const auto& [path, content] : files)
+            writeFile(dir.path() + path, content);
+        QVERIFY(server.start(dir.path()));
+        server.exportEnvironment();
+    }
+};
+
 // A started main window; connectNow() clicks VERBINDEN and keeps the status texts shown until
 // the connect has finished (byte values left out).
 struct Window {
@@ -226,12 +240,7 @@ private slots:
     // the older firmware update, and the way back to the connect panel.
     void olderLayoutPanel()
     {
-        QTemporaryDir served;
-        writeFile(served.path() + "/fwupdate/5.txt", "8,1.08");
-        writeFile(served.path() + "/fwupdate/5_lastfw", QByteArray(2000, 'E'));
-        LocalHttpServer server;
-        QVERIFY(server.start(served.path()));
-        server.exportEnvironment();
+        Served served({{"/fwupdate/5.txt", "8,1.08"}, {"/fwupdate/5_lastfw", QByteArray(2000, 'E')}});
         SimPorts ports;
         auto& c = ports.add(4);
         c.setSerial(0x0F0B1703);
@@ -250,7 +259,7 @@ private slots:
         QSignalSpy done(&w, &MainWindow::firmwareFinished);
         QTest::mouseClick(w.olderFirmware, Qt::LeftButton);
         QVERIFY(done.wait(60000));
-        QVERIFY(server.requestedPaths().contains("/fwupdate/5.txt"));
+        QVERIFY(served.server.requestedPaths().contains("/fwupdate/5.txt"));
         QTRY_VERIFY_WITH_TIMEOUT(c.transferComplete(), 5000);
         QCOMPARE(c.receivedImage(), transferImageOf(Bytes(2000, 'E')));
         QCOMPARE(w.List1->item(w.List1->count() - 1)->text(), QString("Erfolgreich geflasht!"));
@@ -276,14 +285,8 @@ private slots:
     void oneDeviceJobAtATime()
     {
         QFETCH(QString, job);
-        QTemporaryDir served;
-        writeFile(served.path() + "/fwupdate/VELTRO_3_180.txt", "170,1.70");
-        writeFile(served.path() + "/fwupdate/3_180_lastfw", QByteArray(3000, 'F'));
-        writeFile(served.path() + "/fwupdate/180.txt", "170,1.70");
-        writeFile(served.path() + "/fwupdate/180_lastfw", QByteArray(3000, 'F'));
-        LocalHttpServer server;
-        QVERIFY(server.start(served.path()));
-        server.exportEnvironment();
+        Served served({{"/fwupdate/VELTRO_3_180.txt", "170,1.70"}, {"/fwupdate/3_180_lastfw", QByteArray(3000, 'F')},
+                       {"/fwupdate/180.txt", "170,1.70"}, {"/fwupdate/180_lastfw", QByteArray(3000, 'F')}});
         SimPorts ports;
         auto& c = ports.add(4);
         c.setWord(1234);
@@ -479,12 +482,7 @@ private slots:
     // reads READY and the name is used up.
     void firmwareUpdate()
     {
-        QTemporaryDir served;
-        writeFile(served.path() + "/fwupdate/VELTRO_3_180.txt", "170,1.70");
-        writeFile(served.path() + "/fwupdate/3_180_lastfw", QByteArray(3000, 'F'));
-        LocalHttpServer server;
-        QVERIFY(server.start(served.path()));
-        server.exportEnvironment();
+        Served served({{"/fwupdate/VELTRO_3_180.txt", "170,1.70"}, {"/fwupdate/3_180_lastfw", QByteArray(3000, 'F')}});
         SimPorts ports;
         auto& c = ports.add(3);
         Window win;

@@ -3,6 +3,7 @@
 #include "util/runtime_error.h"
 
 #include <array>
+#include <cstdint>
 
 namespace veltro {
 
@@ -51,7 +52,15 @@ std::uint8_t RGBsplit(std::int64_t color, int which)
 
 std::int32_t RGBreturn(int r, int g, int b)
 {
-    return std::int32_t(r) + 256 * std::int32_t(g) + 65536 * std::int32_t(b);
+    auto component = [](int v) {
+        if (v < INT16_MIN || v > INT16_MAX)
+            throw RuntimeError(ErrNo::Overflow, "RGBreturn: component beyond 16 bits");
+        return std::int64_t(v);
+    };
+    const std::int64_t color = component(r) + 256 * component(g) + 65536 * component(b);
+    if (color < INT32_MIN || color > INT32_MAX)
+        throw RuntimeError(ErrNo::Overflow, "RGBreturn: colour beyond 32 bits");
+    return std::int32_t(color);
 }
 
 namespace {
@@ -84,12 +93,23 @@ int tableIndex(std::string_view text, std::size_t pos)
 std::string HexToStr(std::string_view hexText, int separators)
 {
     const auto& table = hexTable();
-    const std::size_t stride = std::size_t(separators) + 2;
-    const std::size_t count = hexText.size() == 2 ? 1 : (hexText.size() + 1) / stride;
+    // The count and the stride are 32-bit numbers, as the callers pass them.
+    const std::int64_t stride = std::int64_t(separators) + 2;
+    if (stride > INT32_MAX)
+        throw RuntimeError(ErrNo::Overflow, "HexToStr: separator count");
+    std::int64_t count = 1;
+    if (hexText.size() != 2) {
+        if (stride == 0)
+            throw RuntimeError(ErrNo::DivisionByZero, "HexToStr: -2 separators");
+        // Integer division truncates toward zero; a negative count is no array size.
+        count = (std::int64_t(hexText.size()) + 1) / stride;
+        if (count < 0)
+            throw RuntimeError(ErrNo::SubscriptRange, "HexToStr: negative byte count");
+    }
     std::string out;
     out.reserve(count);
-    for (std::size_t k = 0; k < count; ++k) {
-        const std::size_t pos = k * stride;
+    for (std::int64_t k = 0; k < count; ++k) {
+        const std::size_t pos = std::size_t(k * stride);
         const int row = tableIndex(hexText, pos);
         const int col = tableIndex(hexText, pos + 1);
         out.push_back(static_cast<char>(table[row][col]));

@@ -14,9 +14,12 @@ std::optional<double> leadingNumber(const std::string& text)
         ++i;
     const char* start = text.data() + i;
     const char* const last = text.data() + text.size();
-    const unsigned char first = start < last ? static_cast<unsigned char>(*start) : 0;
-    if (!(std::isdigit(first) || first == '-' || first == '.'))
-        return std::nullopt; // no "inf" or "nan"
+    // A digit must follow an optional sign and point, so "inf", "-inf" and "nan" are no numbers.
+    const char* p = start;
+    if (p < last && *p == '-') ++p;
+    if (p < last && *p == '.') ++p;
+    if (!(p < last && std::isdigit(static_cast<unsigned char>(*p))))
+        return std::nullopt;
     // from_chars reads "1.06" with a point whatever the process locale says; strtod would
     // stop at the point under a German locale, which the window sets up at start.
     double value = 0;

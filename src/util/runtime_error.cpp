@@ -8,6 +8,7 @@ std::string RuntimeError::standardText(int number)
     case 5: return "Ungültiger Prozeduraufruf oder ungültiges Argument";
     case 6: return "Überlauf";
     case 9: return "Index außerhalb des gültigen Bereichs";
+    case 11: return "Division durch Null";
     case 13: return "Typen unverträglich";
     case 53: return "Datei nicht gefunden";
     case 62: return "Einlesen hinter Dateiende";

@@ -10,6 +10,7 @@ namespace veltro {
 enum class ErrNo : int {
     InvalidCall = 5,       // invalid procedure call or argument
     Overflow = 6,
+    DivisionByZero = 11,
     SubscriptRange = 9,    // subscript out of range
     TypeMismatch = 13,
     FileNotFound = 53,

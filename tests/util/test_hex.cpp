@@ -4,6 +4,8 @@
 
 #include <QTest>
 
+#include <climits>
+
 using namespace veltro;
 
 Q_DECLARE_METATYPE(veltro::Bytes)
@@ -86,6 +88,36 @@ private slots:
             QCOMPARE(qint64(RGBreturn(RGBsplit(color, 1), RGBsplit(color, 2), RGBsplit(color, 3))), color);
     }
 
+    // Components are 16-bit values and the colour a 32-bit one; anything beyond is an overflow.
+    void rgbReturn_data()
+    {
+        QTest::addColumn<int>("r");
+        QTest::addColumn<int>("g");
+        QTest::addColumn<int>("b");
+        QTest::addColumn<qint64>("color"); // 0x7FFFFFFFFF: overflow (6)
+        const qint64 overflow = 0x7FFFFFFFFF;
+        QTest::newRow("white") << 255 << 255 << 255 << qint64(0xFFFFFF);
+        QTest::newRow("negative red") << -1 << 0 << 0 << qint64(-1);
+        QTest::newRow("largest blue") << 0 << 0 << 32767 << qint64(32767) * 65536;
+        QTest::newRow("beyond 32 bits") << 32767 << 32767 << 32767 << overflow;
+        QTest::newRow("blue beyond 16 bits") << 0 << 0 << 32768 << overflow;
+        QTest::newRow("red below 16 bits") << -32769 << 0 << 0 << overflow;
+        QTest::newRow("int max green") << 0 << 2147483647 << 0 << overflow;
+    }
+    void rgbReturn()
+    {
+        QFETCH(int, r);
+        QFETCH(int, g);
+        QFETCH(int, b);
+        QFETCH(qint64, color);
+        try {
+            QCOMPARE(qint64(RGBreturn(r, g, b)), color);
+        } catch (const RuntimeError& e) {
+            QCOMPARE(e.number(), 6);
+            QCOMPARE(color, qint64(0x7FFFFFFFFF));
+        }
+    }
+
     void hexToStr_data()
     {
         QTest::addColumn<QString>("hex");
@@ -96,6 +128,9 @@ private slots:
         QTest::newRow("blank separated") << "0A 1B 2C" << 1 << QByteArray("\x0A\x1B\x2C", 3);
         QTest::newRow("empty") << "" << 0 << QByteArray();
         QTest::newRow("00") << "00" << 0 << QByteArray("\0", 1);
+        QTest::newRow("one pair, any separator count") << "0A" << -2 << QByteArray("\x0A", 1);
+        QTest::newRow("more separators than text") << "0A1B" << -9 << QByteArray();
+        QTest::newRow("int min separators") << "0A1B" << int(INT_MIN) << QByteArray();
     }
     void hexToStr()
     {
@@ -105,7 +140,7 @@ private slots:
         const std::string out = HexToStr(hex.toStdString(), separators);
         QCOMPARE(QByteArray(out.data(), qsizetype(out.size())), bytes);
         // StrToHex is the way back.
-        if (!bytes.isEmpty()) {
+        if (!bytes.isEmpty() && separators >= 0) {
             const std::string sep(std::size_t(separators), separators == 1 ? ' ' : '-');
             QCOMPARE(QString::fromStdString(StrToHex(out, sep)), hex);
         }
@@ -114,18 +149,23 @@ private slots:
     void hexToStrErrors_data()
     {
         QTest::addColumn<QString>("hex");
+        QTest::addColumn<int>("separators");
         QTest::addColumn<int>("number");
-        QTest::newRow("lower case") << "0a" << 9;
-        QTest::newRow("blank in packed text") << "0 1B" << 9;
-        QTest::newRow("beyond F") << "0G" << 9;
-        QTest::newRow("text ends inside pair") << "0A1" << 5;
+        QTest::newRow("lower case") << "0a" << 0 << 9;
+        QTest::newRow("blank in packed text") << "0 1B" << 0 << 9;
+        QTest::newRow("beyond F") << "0G" << 0 << 9;
+        QTest::newRow("text ends inside pair") << "0A1" << 0 << 5;
+        QTest::newRow("-2 separators divide by zero") << "0A1B" << -2 << 11;
+        QTest::newRow("-3 separators, negative count") << "0A1B" << -3 << 9;
+        QTest::newRow("int max separators") << "0A1B" << int(INT_MAX) << 6;
     }
     void hexToStrErrors()
     {
         QFETCH(QString, hex);
+        QFETCH(int, separators);
         QFETCH(int, number);
         try {
-            HexToStr(hex.toStdString());
+            HexToStr(hex.toStdString(), separators);
             QFAIL("no error raised");
         } catch (const RuntimeError& e) {
             QCOMPARE(e.number(), number);
@@ -166,6 +206,13 @@ private slots:
         QTest::newRow("hex is not read") << "0x10" << 0.0;
         QTest::newRow("no digits") << "abc" << -1.0;
         QTest::newRow("inf") << "inf" << -1.0;
+        QTest::newRow("-inf") << "-inf" << -1.0;
+        QTest::newRow("nan") << "nan,1.70" << -1.0;
+        QTest::newRow("-nan") << " -nan" << -1.0;
+        QTest::newRow("-infinity") << "-INFINITY" << -1.0;
+        QTest::newRow("lone minus") << "-" << -1.0;
+        QTest::newRow("negative fraction") << "-.5" << -0.5;
+        QTest::newRow("out of range") << "1e999" << -1.0;
         QTest::newRow("empty") << "" << -1.0;
     }
     void leadingNumber()

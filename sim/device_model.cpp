@@ -264,6 +264,7 @@ void DeviceModel::answer(Request request, std::uint8_t echo, Bytes reply, Clock:
     if (f.wrongChecksum) reply.back() = static_cast<std::uint8_t>(reply.back() + 1);
     if (f.shortAnswer && *f.shortAnswer < reply.size()) reply.resize(*f.shortAnswer);
     if (!reply.empty()) sendOut(std::move(reply), t, resetDelay_);
+    if (f.unplugAfterAnswer) emitUnplug(t);
 }
 
 void DeviceModel::onBootByte(std::uint8_t byte, Clock::time_point t)

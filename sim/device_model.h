@@ -60,6 +60,7 @@ struct AnswerFaults {
     std::optional<std::size_t> shortAnswer;   // only this many bytes of the answer after the echo
     Bytes garbageBeforeEcho;                  // sent in the same write as the echo
     int garbageRequests = -1;                 // how many answered requests carry it (-1: all)
+    bool unplugAfterAnswer = false;           // the line goes away once the answer is out
 };
 
 // Faults of the bootloader. Blocks are counted as the controller counts them, from 1.

@@ -105,9 +105,13 @@ int cmdIdentify(int port, std::ostream& out, std::ostream& err)
         out << "Firmware: " << r.firmware() << '\n';
     out << "Hardware: " << r.hardwareVersion() << '\n';
     out << "Layout: " << layout << '\n';
+    err << r.finalStatus << '\n';
+    if (r.currentLayout && r.savedFile.empty()) {
+        err << "Abbild konnte nicht gespeichert werden: " << programFolder() << "/" << r.serial << ".eep\n";
+        return 1;
+    }
     if (!r.savedFile.empty())
         out << "Datei: " << r.savedFile << '\n';
-    err << r.finalStatus << '\n';
     return 0;
 }
 
@@ -115,7 +119,7 @@ int cmdIdentify(int port, std::ostream& out, std::ostream& err)
 int readoutFailed(const std::string& finalStatus, const SerialLink& link, std::ostream& err)
 {
     err << finalStatus;
-    if (!link.errorText().empty()) err << " (" << link.errorText() << ")";
+    if (const std::string why = linkFailureText(link); !why.empty()) err << " (" << why << ")";
     err << '\n';
     return 1;
 }

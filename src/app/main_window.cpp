@@ -439,9 +439,12 @@ void MainWindow::applyConnect(const ConnectResult& r)
     } else if (r.currentLayout) {
         frame_older->setVisible(false);
     }
-    if (r.outcome == ConnectOutcome::PortFailed && !r.portError.empty())
-        StatusBar1->setToolTip("Com-Port: " + QString::fromStdString(r.portError));
-    else
+    if (r.outcome == ConnectOutcome::PortFailed && !r.portError.empty()) {
+        const QString why = QString::fromStdString(r.portError);
+        StatusBar1->setToolTip("Com-Port: " + why);
+        // The status bar only says "ERROR"; the step list says why.
+        Add_Item(r.portError == kLinkLostText ? why : "Com-Port kann nicht geöffnet werden: " + why);
+    } else
         StatusBar1->setToolTip(QString());
     verbinden->setEnabled(true);
     // The check belongs to the current-layout ending, which comes before the older one: it

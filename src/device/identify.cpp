@@ -68,7 +68,7 @@ ConnectResult runConnect(SerialLink& link, Reporter& reporter)
             status("CHECKSUMME OK - VERBUNDEN!");
     } else if (link.lost()) {
         r.outcome = ConnectOutcome::PortFailed;
-        r.portError = link.errorText();
+        r.portError = linkFailureText(link);
         status("ERROR");
     } else {
         // Error ending: what is waiting is read and thrown away, then what is waiting after

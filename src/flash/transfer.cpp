@@ -105,7 +105,7 @@ public:
     bool lostLine()
     {
         if (!link_.lost()) return false;
-        if (!reportedLoss_) say("Verbindung zum Controller unterbrochen!");
+        if (!reportedLoss_) say(kLinkLostText);
         reportedLoss_ = true;
         return true;
     }
@@ -206,7 +206,7 @@ public:
             std::copy(data, data + kBlockSize, frame_.begin() + 3);
             frame_[3 + kBlockSize] = checksum;
             if (!link_.write(frame_.data(), frame_.size())) {
-                if (!lostLine()) say("Verbindung zum Controller unterbrochen!");
+                if (!lostLine()) say(kLinkLostText);
                 return TransferOutcome::Error;
             }
             say("sende Blocknummer: " + std::to_string(n));

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #ifdef Q_OS_UNIX
+#include <fcntl.h>
 #include <unistd.h>
 #endif
 #ifdef Q_OS_LINUX
@@ -28,6 +29,34 @@ bool isFatalPortError(QSerialPort::SerialPortError error)
         return true;
     default:
         return false;
+    }
+}
+
+std::string QtSerialLink::openFailureText(QSerialPort::SerialPortError error, const QString& qtText) const
+{
+    switch (error) {
+    case QSerialPort::DeviceNotFoundError:
+        return "Port nicht vorhanden";
+    case QSerialPort::PermissionError: {
+        // Qt reports a lock held by another program and missing rights alike; the device node
+        // itself tells them apart.
+#ifdef Q_OS_UNIX
+        const int fd = ::open(location_.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK);
+        if (fd >= 0) {
+            ::close(fd);
+            return "Port wird von einem anderen Programm benutzt";
+        }
+        if (errno == EACCES || errno == EPERM)
+            return "Keine Berechtigung für den Port (Benutzer in die Gruppe dialout aufnehmen)";
+        if (errno == EBUSY)
+            return "Port wird von einem anderen Programm benutzt";
+#endif
+        return "Port wird von einem anderen Programm benutzt oder ist gesperrt";
+    }
+    case QSerialPort::OpenError:
+        return "Port ist bereits geöffnet";
+    default:
+        return "Port kann nicht geöffnet werden (" + qtText.toStdString() + ")";
     }
 }
 
@@ -59,7 +88,7 @@ bool QtSerialLink::open()
     port_->setFlowControl(QSerialPort::NoFlowControl);
     port_->setReadBufferSize(0);
     if (!port_->open(QIODevice::ReadWrite)) {
-        error_ = port_->errorString().toStdString();
+        error_ = openFailureText(port_->error(), port_->errorString());
         port_.reset();
         return false;
     }

@@ -36,6 +36,8 @@ public:
     const std::string& location() const { return location_; }
 
 private:
+    // The reason of a failed open in German: missing port, another program holding it, no rights.
+    std::string openFailureText(QSerialPort::SerialPortError error, const QString& qtText) const;
     void noteError();
     void pull(); // when the port's buffer is empty, fetch what the driver holds, without blocking
 

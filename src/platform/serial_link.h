@@ -38,6 +38,15 @@ public:
     virtual bool waitForData(Deadline deadline) = 0;
 };
 
+// The line every job shows when the controller went away in the middle of it.
+inline constexpr char kLinkLostText[] = "Verbindung zum Controller unterbrochen!";
+
+// Why a job on this link failed: the lost line, else the port's own reason (empty when none).
+inline std::string linkFailureText(const SerialLink& link)
+{
+    return link.lost() ? std::string(kLinkLostText) : link.errorText();
+}
+
 // Opens links by port number (1-99) through the port numbering of the machine.
 class SerialLinkFactory {
 public:

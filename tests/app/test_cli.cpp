@@ -3,10 +3,9 @@
 #include "sim_ports.h"
 #include "test_files.h"
 
+#include <QDir>
 #include <QRegularExpression>
 #include <QTest>
-
-#include <QRegularExpression>
 
 #include <map>
 #include <sstream>
@@ -82,6 +81,10 @@ private slots:
                                                    "Lambda-CAL: &H003C\nWort: -2\n"
                                                 << "CHECKSUMME OK - DATEN GELADEN!";
         // Failures
+        // A folder where the image file should go: nothing can be written there.
+        QTest::newRow("identify, image not saved")
+            << "identify --port 6" << 1 << "Seriennummer: 1A2B3C4D\nFirmware: 166\nHardware: 3\nLayout: 180\n"
+            << "CHECKSUMME OK - VERBUNDEN!\nAbbild konnte nicht gespeichert werden: HOME/1A2B3C4D.eep";
         QTest::newRow("silent controller") << "identify --port 2" << 1 << "" << "ERROR";
         QTest::newRow("number without port") << "identify --port 8" << 1 << "" << "ERROR";
         QTest::newRow("no port given") << "identify" << 2 << "" << "identify: --port N";
@@ -138,6 +141,8 @@ private slots:
         QVERIFY(writeFile(files.at("EMPTY"), QByteArray()));
         QVERIFY(writeFile(files.at("PAGE"), "<html><body>404</body></html>"));
         QVERIFY(writeFile(files.at("BIG"), QByteArray(98176, 'y')));
+        if (QString(QTest::currentDataTag()).contains("not saved"))
+            QVERIFY(QDir(ports.homePath()).mkdir("1A2B3C4D.eep"));
         std::vector<std::string> a;
         for (const QString& s : args.split(' ', Qt::SkipEmptyParts))
             a.push_back((files.count(s) ? files.at(s) : s).toStdString());
@@ -146,6 +151,7 @@ private slots:
         std::ostringstream stdOut, stdErr;
         QCOMPARE(runCli(a, stdOut, stdErr), code);
         QCOMPARE(QString::fromStdString(stdOut.str()), out.replace("HOME", ports.homePath()));
+        err.replace("HOME", ports.homePath());
         const QStringList lines = QString::fromStdString(stdErr.str()).split('\n', Qt::SkipEmptyParts);
         qsizetype at = -1;
         for (const QString& expected : err.split('\n', Qt::SkipEmptyParts)) {

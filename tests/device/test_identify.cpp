@@ -5,6 +5,7 @@
 #include "sim_ports.h"
 #include "test_files.h"
 
+#include <QSerialPort>
 #include <QTest>
 
 #include <functional>
@@ -51,33 +52,38 @@ private slots:
         QTest::addColumn<bool>("current");
         QTest::addColumn<bool>("older");
         QTest::addColumn<QStringList>("tail");
+        QTest::addColumn<QString>("portError");
         const QStringList ok{"CHECKSUMME OK - VERBUNDEN!"};
         const auto checked = ConnectOutcome::Checked;
         QTest::newRow("late echo after several requests") << faults({.echoFromRequest = 7}) << checked << true
-                                                          << false << ok;
-        QTest::newRow("layout 178") << layout(178) << checked << false << false << QStringList{"0"};
-        QTest::newRow("layout 179") << layout(179) << checked << true << false << ok;
-        QTest::newRow("layout 181") << layout(181) << checked << true << false << ok;
-        QTest::newRow("layout 182") << layout(182) << checked << false << false << QStringList{"0"};
+                                                          << false << ok << QString();
+        QTest::newRow("layout 178") << layout(178) << checked << false << false << QStringList{"0"} << QString();
+        QTest::newRow("layout 179") << layout(179) << checked << true << false << ok << QString();
+        QTest::newRow("layout 181") << layout(181) << checked << true << false << ok << QString();
+        QTest::newRow("layout 182") << layout(182) << checked << false << false << QStringList{"0"} << QString();
         QTest::newRow("older layout") << Setup([](sim::VirtualController& c) {
             c.setLayout(120);
             c.setImageByte(127, 5);
-        }) << checked << false << true << ok;
+        }) << checked << false << true << ok << QString();
         QTest::newRow("current layout with byte 127 = 5")
-            << Setup([](sim::VirtualController& c) { c.setImageByte(127, 5); }) << checked << true << true << ok;
+            << Setup([](sim::VirtualController& c) { c.setImageByte(127, 5); }) << checked << true << true << ok << QString();
         // The status stays at the value of byte 1025 (firmware high byte 2).
         QTest::newRow("checksum error") << Setup([](sim::VirtualController& c) {
             c.setFirmware(0x02A6);
             c.setFaults(sim::Request::Identify, sim::AnswerFaults{.wrongChecksum = true});
-        }) << checked << false << false << QStringList{"2"};
+        }) << checked << false << false << QStringList{"2"} << QString();
         QTest::newRow("no echo") << Setup([](sim::VirtualController& c) { c.setSilent(true); })
                                  << ConnectOutcome::ResetNotRecognised << false << false
-                                 << QStringList{"Datenanforderung...", "Reset nicht erkannt!", "ERROR"};
+                                 << QStringList{"Datenanforderung...", "Reset nicht erkannt!", "ERROR"} << QString();
         QTest::newRow("short image") << faults({.shortAnswer = std::size_t(600)}) << ConnectOutcome::ImageTimeout
-                                     << false << false << QStringList{"Datenanforderung...", "ERROR0"};
+                                     << false << false << QStringList{"Datenanforderung...", "ERROR0"} << QString();
         QTest::newRow("unplugged") << Setup([](sim::VirtualController& c) { c.unplug(); })
                                    << ConnectOutcome::PortFailed << false << false
-                                   << QStringList{"Öffne Com-Port", "ERROR"};
+                                   << QStringList{"Öffne Com-Port", "ERROR"} << "Port nicht vorhanden";
+        QTest::newRow("unplugged during the image")
+            << faults({.shortAnswer = std::size_t(600), .unplugAfterAnswer = true}) << ConnectOutcome::PortFailed
+            << false << false << QStringList{"Datenanforderung...", "ERROR"}
+            << "Verbindung zum Controller unterbrochen!";
     }
     void connect()
     {
@@ -86,6 +92,7 @@ private slots:
         QFETCH(bool, current);
         QFETCH(bool, older);
         QFETCH(QStringList, tail);
+        QFETCH(QString, portError);
         SimPorts ports;
         auto& c = ports.add(4);
         c.setSerial(0x1A2B3C4D);
@@ -99,6 +106,7 @@ private slots:
         QCOMPARE(r.olderLayout, older);
         const QStringList s = reporter.statuses();
         QCOMPARE(s.mid(s.size() - tail.size()), tail);
+        QCOMPARE(QString::fromStdString(r.portError), portError);
         if (outcome != ConnectOutcome::Checked)
             return;
         QCOMPARE(QString::fromStdString(r.serial), QString("1A2B3C4D"));
@@ -108,6 +116,22 @@ private slots:
         QCOMPARE(s.at(3), QString::fromStdString(r.byteTexts.front()));
         QCOMPARE(s.at(3 + 1025), QString::fromStdString(r.byteTexts.back()));
         QCOMPARE(s.at(3 + 1025), QString::number(r.image[1025]));
+    }
+
+    // Another program holding the port: a German reason, and the port is usable once it lets go.
+    void portInUse()
+    {
+        SimPorts ports;
+        auto& c = ports.add(4);
+        auto other = std::make_unique<QSerialPort>(QString::fromStdString(c.path()));
+        QVERIFY(other->open(QIODevice::ReadWrite));
+        RecordingReporter reporter;
+        ConnectResult r = connectTo(c, reporter);
+        QCOMPARE(r.outcome, ConnectOutcome::PortFailed);
+        QCOMPARE(QString::fromStdString(r.portError), QString("Port wird von einem anderen Programm benutzt"));
+        other.reset();
+        r = connectTo(c, reporter);
+        QVERIFY(r.currentLayout);
     }
 
     // The saved image holds positions 0..1025; a second connect overwrites it in place.

@@ -19,7 +19,7 @@ Handshake resetHandshake(SerialLink& link, std::uint8_t request, int attempts,
         link.discardInput();
         if (!link.writeByte(request) || link.lost())
             return result;
-        const Deadline deadline = Clock::now() + perAttempt;
+        const Deadline deadline = link.now() + perAttempt;
         for (;;) {
             if (link.bytesWaiting() == 1) {
                 const Bytes echo = link.readAll();
@@ -28,7 +28,7 @@ Handshake resetHandshake(SerialLink& link, std::uint8_t request, int attempts,
                     return result;
                 }
             }
-            if (link.lost() || Clock::now() >= deadline)
+            if (link.lost() || link.now() >= deadline)
                 break;
             link.waitForData(deadline);
         }
@@ -40,9 +40,9 @@ Handshake resetHandshake(SerialLink& link, std::uint8_t request, int attempts,
 
 bool waitForBytes(SerialLink& link, std::size_t count, std::chrono::milliseconds limit)
 {
-    const Deadline deadline = Clock::now() + limit;
+    const Deadline deadline = link.now() + limit;
     while (link.bytesWaiting() < count) {
-        if (link.lost() || Clock::now() >= deadline)
+        if (link.lost() || link.now() >= deadline)
             return false;
         link.waitForData(deadline);
     }

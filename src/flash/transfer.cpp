@@ -118,7 +118,7 @@ public:
                 const Bytes got = link_.readAll();
                 if (got.size() == 1 && got[0] == expected) return true;
             }
-            if (link_.lost() || Clock::now() >= deadline) return false;
+            if (link_.lost() || link_.now() >= deadline) return false;
             link_.waitForData(deadline);
         }
     }
@@ -133,7 +133,7 @@ public:
                 if (got.size() == 1 && got[0] == boot::ACK) return Answer::Ack;
                 if (got.size() == 1 && got[0] == boot::NAK) return Answer::Nak;
             }
-            if (link_.lost() || Clock::now() >= deadline) return Answer::None;
+            if (link_.lost() || link_.now() >= deadline) return Answer::None;
             link_.waitForData(deadline);
         }
     }
@@ -155,7 +155,7 @@ public:
         bool echoed = false;
         for (int round = 0; round < waits::kBootResetRounds && !echoed; ++round) {
             if (!link_.writeByte(p_.modeByte) || lostLine()) return TransferOutcome::Error;
-            echoed = readExactly(p_.modeByte, Clock::now() + waits::kBootResetPerRound);
+            echoed = readExactly(p_.modeByte, link_.now() + waits::kBootResetPerRound);
             if (lostLine()) return TransferOutcome::Error;
         }
         if (!echoed) {
@@ -164,7 +164,7 @@ public:
         }
 
         say("Controllerreset empfangen");
-        if (!readExactly(boot::NAK, Clock::now() + waits::kBootHandshake)) {
+        if (!readExactly(boot::NAK, link_.now() + waits::kBootHandshake)) {
             if (lostLine()) return TransferOutcome::Error;
             if (!p_.handshakeFailText.empty()) say(p_.handshakeFailText);
             return TransferOutcome::HandshakeTimedOut;
@@ -211,7 +211,7 @@ public:
             }
             say("sende Blocknummer: " + std::to_string(n));
 
-            switch (blockAnswer(Clock::now() + p_.answerWait)) {
+            switch (blockAnswer(link_.now() + p_.answerWait)) {
             case Answer::Ack:
                 say("ACK");
                 i += kBlockSize;

@@ -36,6 +36,9 @@ public:
     virtual void discardInput() = 0;
     // Returns when new bytes are waiting or the deadline has passed; true if bytes are waiting.
     virtual bool waitForData(Deadline deadline) = 0;
+    // The clock every deadline on this link is measured against. A real port lives in real
+    // time; a scripted link moves its own clock as it plays, so its time-outs cost no waiting.
+    virtual Deadline now() const { return Clock::now(); }
 };
 
 // The line every job shows when the controller went away in the middle of it.

@@ -25,7 +25,10 @@ std::uint8_t RGBsplit(std::int64_t color, int which);
 std::int32_t RGBreturn(int r, int g, int b);
 
 // Pairs of upper-case hex digits to one char per byte. separators = characters between pairs.
-// A digit outside '0'..'F' (lower case included) is a range error (9).
+// The byte count is 1 for a two-character text, else (length + 1) / (separators + 2): with
+// two or more separators the last pair is left out, as the device tool has always done it.
+// A digit outside '0'..'F' (lower case included) is a range error (9); -2 separators divide
+// by zero (11), a negative count is a range error (9), a stride beyond 32 bits an overflow (6).
 std::string HexToStr(std::string_view hexText, int separators = 0);
 
 // One char per byte to two upper-case hex digits each, separator between pairs.

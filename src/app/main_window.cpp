@@ -98,6 +98,11 @@ void MainWindow::buildControls()
         v->addWidget(Label1);
         v->addWidget(Comboport);
         v->addWidget(verbinden);
+        connectProblem = label(QString(), connectBody_, "connectProblem");
+        connectProblem->setWordWrap(true);
+        connectProblem->setStyleSheet("color: #b00000;");
+        connectProblem->setVisible(false);
+        v->addWidget(connectProblem);
         v->addStretch(1);
         v->addWidget(Command100);
         v->addWidget(Command17);
@@ -391,6 +396,8 @@ void MainWindow::verbinden_Click()
     userChosePort_ = true;
     Command4->setVisible(true);
     verbinden->setEnabled(false);
+    connectProblem->clear();
+    connectProblem->setVisible(false);
     const std::string folder = programFolder();
     runOnChosenPort<ConnectResult>(
         [folder](SerialLink& link, Reporter& reporter) {
@@ -442,8 +449,9 @@ void MainWindow::applyConnect(const ConnectResult& r)
     if (r.outcome == ConnectOutcome::PortFailed && !r.portError.empty()) {
         const QString why = QString::fromStdString(r.portError);
         StatusBar1->setToolTip("Com-Port: " + why);
-        // The status bar only says "ERROR"; the step list says why.
-        Add_Item(r.portError == kLinkLostText ? why : "Com-Port kann nicht geöffnet werden: " + why);
+        // The status bar only says "ERROR"; the connect panel says why.
+        connectProblem->setText(r.portError == kLinkLostText ? why : "Com-Port kann nicht geöffnet werden: " + why);
+        connectProblem->setVisible(true);
     } else
         StatusBar1->setToolTip(QString());
     verbinden->setEnabled(true);

@@ -55,6 +55,7 @@ public:
     // Connect panel
     QGroupBox* Frame_verbinden = nullptr;
     QLabel* Label1 = nullptr; // "COM-PORT:"
+    QLabel* connectProblem = nullptr; // why the last connect could not use the port; hidden when none
     QComboBox* Comboport = nullptr;
     QPushButton* verbinden = nullptr;
     QPushButton* Command100 = nullptr;

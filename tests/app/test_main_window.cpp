@@ -13,6 +13,7 @@
 #include <QListWidget>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QSerialPort>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -140,10 +141,22 @@ private slots:
         c.setControllerType(2);
         Window win;
         MainWindow& w = win.w;
+
+        // Another program holds the port: the panel says so under the button.
+        auto other = std::make_unique<QSerialPort>(QString::fromStdString(c.path()));
+        QVERIFY(other->open(QIODevice::ReadWrite));
+        win.connectNow();
+        QCOMPARE(w.statusText(), QString("ERROR"));
+        QVERIFY(w.connectProblem->isVisible());
+        QCOMPARE(w.connectProblem->text(),
+                 QString("Com-Port kann nicht geöffnet werden: Port wird von einem anderen Programm benutzt"));
+        other.reset();
+
         c.setFaults(sim::Request::Identify, sim::AnswerFaults{.wrongChecksum = true});
         c.setFirmware(0x05A6);
         win.connectNow();
         QCOMPARE(w.statusText(), QString("5"));
+        QVERIFY(!w.connectProblem->isVisible());
         QVERIFY(w.Frame_verbinden->isVisible());
         QVERIFY(!w.frame_config->isVisible());
         QCOMPARE(w.Label5->text(), QString("SERIENNUMMER: 0F0B1703"));

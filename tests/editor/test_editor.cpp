@@ -1,0 +1,322 @@
+#include "editor/codec.h"
+#include "editor/editor_logic.h"
+#include "util/runtime_error.h"
+
+#include "test_files.h"
+
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <functional>
+
+using namespace veltro;
+using namespace veltro::test;
+
+namespace {
+
+const std::string kZero = "00x00x00x00x00x00x00x00";
+const std::string kRpm = "0CxF0x04x00x03x02x00x00";
+const std::string kTemp = "18xFExEEx00x00x01x00x00";
+const std::string kOil = "18xFExEFx00x03x01x00x00";
+const std::string kLight = "1Ax01x00x00x00x00x00x00";
+const std::string kHorn = "1Ax02x00x00x00x00x00x00";
+
+// Vehicle 1 of a two-vehicle catalogue. Temperature appears twice: the later entry wins.
+const std::string kVehicle =
+    "KLEMME15-18xFExF1x00x00x01x01x00-00x00x00x00x01x00x00x00----\r\n"
+    "FELDREGENERATION-00x00x00x00x00x00x00x00-00x00x00x00x00x00x00x00----\r\n"
+    "Motordrehzahl-" + kRpm + "-01x08x00x00x00x00x00x00-DREHZAHL-0-1-DISPLAY\r\n"
+    "Temperatur-" + kTemp + "-01x01x28x00x00x00x00x00-TEMP    -0-2-DISPLAY\r\n"
+    "Oeldruck-" + kOil + "-04x01x00x00x00x00x00x00-OELDRUCK-1-3-DISPLAY\r\n"
+    "Temperatur neu-" + kTemp + "-01x01x29x00x00x00x00x00-TEMP2   -0-2-DISPLAY\r\n"
+    "Licht-" + kLight + "-1Bx01x00x00x00x00x00x00----SCHALTER\r\n"
+    "Hupe-" + kHorn + "-1Bx02x00x00x00x00x00x00----SCHALTER";
+
+VehicleDescription vehicle(const std::string& text = kVehicle) { return parseVehicleData(text); }
+
+ImageReading reading(std::array<std::string, 9> rows, std::uint8_t speed = 2, std::uint8_t switching = 5)
+{
+    ImageReading r;
+    r.rows = rows;
+    r.flags = 0x07;
+    r.threshold = 168;
+    r.speed = speed;
+    r.switching = switching;
+    return r;
+}
+
+std::array<std::string, 9> rowsOf(const std::string& line1, const std::string& line2, const std::string& sw)
+{
+    return {line1, kZero, kZero, line2, kZero, kZero, kZero, kZero, sw};
+}
+
+EditorView opened(const ImageReading& image, const std::string& btversion = "181",
+                  const std::string& text = kVehicle)
+{
+    EditorView v = startEditor({{"Erstes", "v0.fzd"}, {"Zweites", "v1.fzd"}}, 1, image, ',');
+    loadVehicle(v, vehicle(text), btversion);
+    return v;
+}
+
+// The number of the run-time error `work` raises, 0 when none.
+int errorOf(const std::function<void()>& work)
+{
+    try {
+        work();
+    } catch (const RuntimeError& e) {
+        return e.number();
+    }
+    return 0;
+}
+
+// A program folder with the catalogue, vehicle 1's data file and the device image 1A2B3C4D.eep.
+struct Folder {
+    QTemporaryDir dir;
+    std::string path() const { return dir.path().toStdString(); }
+    QString file(const QString& name) const { return dir.path() + "/" + name; }
+    Folder(const Bytes& image = {}, const std::string& text = kVehicle)
+    {
+        writeFile(file("vehicles.inc"), "\"Erstes\",\"v0.fzd\"\r\n\"Zweites\",\"v1.fzd\"\r\n");
+        writeFile(file("v1.fzd"), QByteArray::fromStdString(encodeVehicleData(text)));
+        writeFile(file("1A2B3C4D.eep"), QByteArray(reinterpret_cast<const char*>(image.data()), qsizetype(image.size())));
+    }
+    EditorView open(const std::string& ecutyp = "1", const std::string& btversion = "181") const
+    {
+        return openEditor(path(), {ecutyp, "1A2B3C4D", btversion}, ',');
+    }
+    QByteArray bytes(const QString& name) const { return readFile(file(name)); }
+};
+
+// An image the editor's writer made from one choice on vehicle 1.
+Bytes editorImage()
+{
+    EditorChoice c;
+    c.displayLines = {0, 2, 3, 0, 2, 3}; // not entry 1: its record is also entry 3's
+    c.switchInput = 1;
+    c.options = {true, false, true};
+    c.threshold = "11,5";
+    c.speed = 1;
+    c.switching = 5;
+    Bytes file;
+    writeImage(file, VehicleImageSource(vehicle(), c, ','));
+    return file;
+}
+
+} // namespace
+
+Q_DECLARE_METATYPE(std::string)
+
+class TestEditor : public QObject {
+    Q_OBJECT
+private slots:
+    // Display line n takes image row 0, 3, 4, 5, 6, 7; the switch row 8. Exact text
+    // comparison, the last equal entry wins, no match leaves no choice.
+    void preselection_data()
+    {
+        QTest::addColumn<QString>("line1");
+        QTest::addColumn<QString>("line2");
+        QTest::addColumn<QString>("switchRow");
+        QTest::addColumn<QList<int>>("expected"); // line 1, line 2, switch
+        QTest::newRow("match") << QString::fromStdString(kRpm) << QString::fromStdString(kOil)
+                               << QString::fromStdString(kHorn) << QList<int>{0, 2, 1};
+        QTest::newRow("several matches: the last") << QString::fromStdString(kTemp) << QString::fromStdString(kRpm)
+                                                   << QString::fromStdString(kLight) << QList<int>{3, 0, 0};
+        QTest::newRow("no match") << "0CxF0x04x00x03x02x00x01" << "0cxf0x04x00x03x02x00x00"
+                                  << QString::fromStdString(kZero) << QList<int>{-1, -1, -1};
+    }
+    void preselection()
+    {
+        QFETCH(QString, line1);
+        QFETCH(QString, line2);
+        QFETCH(QString, switchRow);
+        QFETCH(QList<int>, expected);
+        const EditorView v = opened(reading(rowsOf(line1.toStdString(), line2.toStdString(), switchRow.toStdString())));
+        QCOMPARE((QList<int>{v.choice.displayLines[0], v.choice.displayLines[1], v.choice.switchInput}), expected);
+        QCOMPARE(v.choice.displayLines[2], -1); // an all-zero row matches nothing here
+    }
+
+    // A device without its image file: the empty file reads as zeros, and only an entry whose
+    // record is all zero is chosen, for every line.
+    void emptyImageChoosesTheZeroEntry()
+    {
+        const std::string withZero = kVehicle + "\r\nLeer-" + kZero + "-" + kZero + "-        -0-0-DISPLAY";
+        Folder folder({}, withZero);
+        const EditorView v = folder.open();
+        QCOMPARE(v.choice.displayLines, (std::array<int, 6>{4, 4, 4, 4, 4, 4}));
+        QCOMPARE(v.choice.speed, -1); // speed byte 0: no choice
+        QCOMPARE(v.choice.switching, 0);
+    }
+
+    // Speed 255 -> entry 0, else byte - 1; switching 255 -> entry 0, else the byte. Beyond the
+    // lists: invalid property value.
+    void speedAndSwitching_data()
+    {
+        QTest::addColumn<int>("speedByte");
+        QTest::addColumn<int>("switchingByte");
+        QTest::addColumn<int>("speed");
+        QTest::addColumn<int>("switching"); // -380: the error
+        QTest::newRow("0") << 0 << 0 << -1 << 0;
+        QTest::newRow("1") << 1 << 1 << 0 << 1;
+        QTest::newRow("4, 30") << 4 << 30 << 3 << 30;
+        QTest::newRow("255") << 255 << 255 << 0 << 0;
+        QTest::newRow("speed 5") << 5 << 0 << -380 << -380;
+        QTest::newRow("speed 254") << 254 << 0 << -380 << -380;
+        QTest::newRow("switching 31") << 1 << 31 << -380 << -380;
+        QTest::newRow("switching 254") << 1 << 254 << -380 << -380;
+    }
+    void speedAndSwitching()
+    {
+        QFETCH(int, speedByte);
+        QFETCH(int, switchingByte);
+        QFETCH(int, speed);
+        QFETCH(int, switching);
+        const ImageReading image = reading(rowsOf(kRpm, kRpm, kLight), std::uint8_t(speedByte), std::uint8_t(switchingByte));
+        EditorView v;
+        const int error = errorOf([&] { v = opened(image); });
+        if (speed == -380) {
+            QCOMPARE(error, 380);
+            return;
+        }
+        QCOMPARE(error, 0);
+        QCOMPARE(v.choice.speed, speed);
+        QCOMPARE(v.choice.switching, switching);
+    }
+
+    // Below layout 181 only the first display line and the sleep option stay; from 181 on the
+    // image's values stay as read.
+    void layoutGate_data()
+    {
+        QTest::addColumn<QString>("btversion");
+        QTest::addColumn<bool>("locked");
+        QTest::newRow("180") << "180" << true;
+        QTest::newRow("no number") << "" << true;
+        QTest::newRow("181") << "181" << false;
+    }
+    void layoutGate()
+    {
+        QFETCH(QString, btversion);
+        QFETCH(bool, locked);
+        const EditorView v = opened(reading(rowsOf(kOil, kTemp, kHorn), 4, 30), btversion.toStdString());
+        QCOMPARE(v.heightTwips, kEditorHeightFull);
+        QVERIFY(!v.vehicleEnabled);
+        for (bool on : v.listEnabled)
+            QCOMPARE(on, !locked);
+        QCOMPARE(v.optionEnabled, (std::array<bool, 3>{!locked, !locked, true}));
+        QCOMPARE(v.thresholdEnabled, !locked);
+        const EditorChoice& c = v.choice;
+        if (locked) {
+            QCOMPARE((QList<int>{c.displayLines[0], c.displayLines[1], c.switchInput, c.speed, c.switching}),
+                     (QList<int>{0, 3, 0, 3, 0}));
+            QCOMPARE(c.options, (std::array<bool, 3>{false, false, true}));
+            QCOMPARE(c.threshold, std::string("10"));
+        } else {
+            QCOMPARE((QList<int>{c.displayLines[0], c.displayLines[1], c.switchInput, c.speed, c.switching}),
+                     (QList<int>{2, 3, 1, 3, 30}));
+            QCOMPARE(c.options, (std::array<bool, 3>{true, true, true}));
+            QCOMPARE(c.threshold, std::string("11,5"));
+        }
+    }
+
+    // What ends the editor while it opens, and the files it leaves.
+    void fatalOpening_data()
+    {
+        QTest::addColumn<std::function<void(Folder&)>>("setup");
+        QTest::addColumn<QString>("ecutyp");
+        QTest::addColumn<QString>("btversion");
+        QTest::addColumn<int>("error");
+        QTest::addColumn<bool>("lastsel"); // lastsel.inc written before the error
+        using Setup = std::function<void(Folder&)>;
+        const Setup none = [](Folder&) {};
+        QTest::newRow("no catalogue") << Setup([](Folder& f) { QFile::remove(f.file("vehicles.inc")); })
+                                      << "1" << "181" << 53 << false;
+        QTest::newRow("vehicle number no number") << none << "x" << "181" << 380 << false;
+        QTest::newRow("vehicle number beyond the list") << none << "2" << "181" << 380 << false;
+        QTest::newRow("image over 2000 bytes")
+            << Setup([](Folder& f) { writeFile(f.file("1A2B3C4D.eep"), QByteArray(2001, 0)); }) << "1" << "181" << 9
+            << false;
+        QTest::newRow("malformed vehicle file") << Setup([](Folder& f) {
+            writeFile(f.file("v1.fzd"), QByteArray::fromStdString(CodeDecode("KLEMME15-1-2", kCodecKey) + "\r\n"));
+        }) << "1" << "181" << 9 << true;
+        QTest::newRow("empty switch list below 181") << Setup([](Folder& f) {
+            writeFile(f.file("v1.fzd"), QByteArray::fromStdString(encodeVehicleData(
+                                            "Drehzahl-" + kRpm + "-" + kZero + "-DREHZAHL-0-1-DISPLAY")));
+        }) << "1" << "180" << 380 << true;
+        QTest::newRow("opens") << none << " 1 " << "181" << 0 << true;
+    }
+    void fatalOpening()
+    {
+        QFETCH(std::function<void(Folder&)>, setup);
+        QFETCH(QString, ecutyp);
+        QFETCH(QString, btversion);
+        QFETCH(int, error);
+        QFETCH(bool, lastsel);
+        Folder folder(editorImage());
+        setup(folder);
+        QCOMPARE(errorOf([&] { folder.open(ecutyp.toStdString(), btversion.toStdString()); }), error);
+        QCOMPARE(QFile::exists(folder.file("lastsel.inc")), lastsel);
+        if (lastsel)
+            QCOMPARE(folder.bytes("lastsel.inc"), QByteArray(" 1 \r\n"));
+    }
+
+    // Opening an image the editor wrote and saving it unchanged gives the same bytes 0..1022;
+    // the upload copy is always 1023 bytes; the device image keeps what lies beyond.
+    void saveUnchanged()
+    {
+        Bytes image = editorImage();
+        QCOMPARE(image.size(), std::size_t(1023));
+        image.insert(image.end(), {0xB4, 0xA6, 0x00}); // identification bytes 1023..1025
+        Folder folder(image);
+        writeFile(folder.file("1A2B3C4D.tmp"), QByteArray(3000, 'x')); // an older, longer upload copy
+        const EditorView v = folder.open();
+        const std::string upload = saveEditor(folder.path(), "1A2B3C4D", v, ',');
+        QCOMPARE(QString::fromStdString(upload), folder.file("1A2B3C4D.tmp"));
+        const QByteArray before(reinterpret_cast<const char*>(image.data()), qsizetype(image.size()));
+        QCOMPARE(folder.bytes("1A2B3C4D.tmp"), before.left(1023));
+        QCOMPARE(folder.bytes("1A2B3C4D.eep"), before);
+    }
+
+    // Choices to image bytes: flags at 128, threshold at 136, switching at 154.
+    void saveFields_data()
+    {
+        QTest::addColumn<QList<bool>>("options");
+        QTest::addColumn<QString>("threshold");
+        QTest::addColumn<int>("switching");
+        QTest::addColumn<QList<int>>("bytes"); // 128, 136, 154; {-n}: error n
+        QTest::newRow("boxes 0 and 2, 11,5 V, none") << QList<bool>{true, false, true} << "11,5" << 0
+                                                     << QList<int>{5, 168, 255};
+        QTest::newRow("box 1, 10 V, 30 s") << QList<bool>{false, true, false} << "10" << 30 << QList<int>{2, 144, 30};
+        QTest::newRow("threshold no number") << QList<bool>{false, false, false} << "elf" << 1 << QList<int>{-13};
+        QTest::newRow("threshold too high") << QList<bool>{false, false, false} << "17,1" << 1 << QList<int>{-6};
+        QTest::newRow("no switching choice") << QList<bool>{false, false, false} << "10" << -1 << QList<int>{-380};
+    }
+    void saveFields()
+    {
+        QFETCH(QList<bool>, options);
+        QFETCH(QString, threshold);
+        QFETCH(int, switching);
+        QFETCH(QList<int>, bytes);
+        Folder folder(editorImage());
+        EditorView v = folder.open();
+        v.choice.options = {options[0], options[1], options[2]};
+        v.choice.threshold = threshold.toStdString();
+        v.choice.switching = switching;
+        const int error = errorOf([&] { saveEditor(folder.path(), "1A2B3C4D", v, ','); });
+        if (bytes.size() == 1) {
+            QCOMPARE(-error, bytes[0]);
+            // Stopped inside the upload copy; the device image is as it was.
+            QVERIFY(QFile::exists(folder.file("1A2B3C4D.tmp")));
+            const Bytes image = editorImage();
+            QCOMPARE(folder.bytes("1A2B3C4D.eep"),
+                     QByteArray(reinterpret_cast<const char*>(image.data()), qsizetype(image.size())));
+            return;
+        }
+        QCOMPARE(error, 0);
+        for (const QString& name : {QString("1A2B3C4D.tmp"), QString("1A2B3C4D.eep")}) {
+            const QByteArray b = folder.bytes(name);
+            QCOMPARE((QList<int>{quint8(b[128]), quint8(b[136]), quint8(b[154])}), bytes);
+        }
+    }
+};
+
+QTEST_APPLESS_MAIN(TestEditor)
+#include "test_editor.moc"

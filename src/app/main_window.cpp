@@ -7,6 +7,7 @@
 #include "device/identify.h"
 #include "device/readout.h"
 #include "device/self_update.h"
+#include "editor/form2.h"
 #include "flash/jobs.h"
 #include "platform/program_folder.h"
 #include "platform/qt_serial_link.h"
@@ -246,6 +247,7 @@ void MainWindow::buildControls()
     connect(Command100, &QPushButton::clicked, this, &MainWindow::Command100_Click);
     connect(Command7, &QPushButton::clicked, this, &MainWindow::Command7_Click);
     connect(Command4, &QPushButton::clicked, this, &MainWindow::Command4_Click);
+    connect(Command10, &QPushButton::clicked, this, &MainWindow::Command10_Click);
     connect(Command17, &QPushButton::clicked, this, &MainWindow::Command17_Click);
     connect(Command15, &QPushButton::clicked, this, &MainWindow::Command15_Click);
     connect(Command5, &QPushButton::clicked, this, &MainWindow::Command5_Click);
@@ -620,6 +622,35 @@ void MainWindow::Command4_Click()
             }
             emit uploadFinished();
         });
+}
+
+Form2* MainWindow::editor() const
+{
+    return editor_.data();
+}
+
+void MainWindow::Command10_Click()
+{
+    if (deviceJob_ || editor_)
+        return;
+    const EditorLink link{state.ECUTYP.toStdString(), state.fwupdateser.toStdString(),
+                          state.btversion.toStdString()};
+    // A window of its own, not a child: a child would be disabled with the main window.
+    auto* form = new Form2(programFolder(), link, dialogs);
+    form->setAttribute(Qt::WA_DeleteOnClose);
+    if (editorEndProgram)
+        form->endProgram = editorEndProgram;
+    editor_ = form;
+    connect(form, &Form2::unloaded, this, [this] { setEnabled(true); });
+    connect(form, &Form2::saved, this, [this, form](const QString& upload) {
+        // The upload runs with its texts and progress here; the editor closes once it returns.
+        state.eepromdirect = upload;
+        connect(this, &MainWindow::uploadFinished, form, &QWidget::close, Qt::SingleShotConnection);
+        Command4_Click();
+    });
+    setEnabled(false);
+    form->show();
+    form->Form_Load();
 }
 
 void MainWindow::Command17_Click()

@@ -4,8 +4,10 @@
 // and hand the work to logic objects on worker threads.
 #include "app/job.h"
 #include "app/link_state.h"
+#include "util/twips.h"
 
 #include <QMainWindow>
+#include <QPointer>
 
 #include <functional>
 #include <memory>
@@ -27,9 +29,7 @@ class UiReporter;
 struct ScanEntry;
 struct ConnectResult;
 class Dialogs;
-
-// 15 twips are one pixel at 100 % scale; Qt scales for high DPI.
-constexpr int tw(int twips) { return (twips + 7) / 15; }
+class Form2;
 
 class MainWindow : public QMainWindow {
     Q_OBJECT
@@ -109,6 +109,11 @@ public:
     // The older firmware workflow (version file over HTTP, no hardware part).
     void olderFirmwareUpdate();
 
+    // The configuration editor while it is open ("DISPLAY KONFIGURIEREN").
+    Form2* editor() const;
+    // How the editor ends the program after a fatal error; tests replace it.
+    std::function<void(int code)> editorEndProgram;
+
 signals:
     void scanFinished();
     void startupFinished();
@@ -123,6 +128,7 @@ public slots:
     void verbinden_Click();
     void Command7_Click();
     void Command4_Click();
+    void Command10_Click();
     void Command17_Click();
     void Command15_Click();
     void Command5_Click();
@@ -179,6 +185,7 @@ private:
     bool deviceJob_ = false;
     bool userChosePort_ = false; // the scan stops moving the selection once the user has chosen
     int scanGeneration_ = 0;     // entries of an earlier scan are dropped
+    QPointer<Form2> editor_;
     JobRunner jobs_;             // last: waits for running jobs before anything else goes
 };
 

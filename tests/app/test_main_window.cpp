@@ -1,5 +1,7 @@
 #include "app/demo.h"
 #include "app/main_window.h"
+#include "editor/demo_catalogue.h"
+#include "editor/form2.h"
 #include "flash/transfer.h"
 #include "local_http_server.h"
 #include "scripted_dialogs.h"
@@ -493,6 +495,66 @@ private slots:
     // "FIRMWARE-UPDATE" from the questions to the flashed controller. While blocks go out the
     // window refuses to close; afterwards the countdown runs, the button is back, the status
     // reads READY and the name is used up.
+    // The road of a configuration change: connect, "DISPLAY KONFIGURIEREN", two display lines
+    // changed, "Speichern und auf VELTRO laden!", the upload in the main window, editor closed.
+    void configurationRoad()
+    {
+        SimPorts ports;
+        auto& c = ports.add(4);
+        c.setLayout(181);
+        c.setControllerType(1);
+        QVERIFY(installDemoCatalogue(demoCatalogueDir(), ports.home()) > 0);
+        Window win;
+        MainWindow& w = win.w;
+        win.connectNow();
+        QTest::mouseClick(w.Command10, Qt::LeftButton);
+        Form2* form = w.editor();
+        QVERIFY(form && form->isVisible());
+        QCOMPARE(form->windowTitle(), QString("VELTRO KONFIGURATION"));
+        QVERIFY(!w.isEnabled());
+        QVERIFY(!form->Combo1->isEnabled() && !form->Command1->isEnabled());
+        QCOMPARE(form->Combo1->currentIndex(), 1);
+        QCOMPARE(form->height(), tw(kEditorHeightFull));
+
+        QTest::mouseClick(form->Command4, Qt::LeftButton);
+        const std::size_t xLength = form->view.vehicleData.displayValues.at(0).valueX.size();
+        QCOMPARE(win.dialogs->asked().last(), QString("VELTRO|%1").arg(xLength));
+
+        for (int k : {1, 2}) {
+            QComboBox* box = form->displayzeile[std::size_t(k)];
+            box->setCurrentIndex((box->currentIndex() + 1) % box->count());
+        }
+        QSignalSpy uploaded(&w, &MainWindow::uploadFinished);
+        QTest::mouseClick(form->Command3, Qt::LeftButton);
+        QVERIFY(!form->isVisible());
+        QVERIFY(uploaded.wait(30000));
+        const QByteArray tmp = readFile(ports.homePath() + "/1A2B3C4D.tmp");
+        QCOMPARE(tmp.size(), 1023);
+        QCOMPARE(readFile(ports.homePath() + "/1A2B3C4D.eep").left(1023), tmp);
+        QCOMPARE(int(c.receivedMode()), 0x7C);
+        QCOMPARE(c.receivedImage(), transferImageOf(Bytes(tmp.begin(), tmp.end())));
+        QVERIFY(!w.List1->findItems("Erfolgreich übertragen!", Qt::MatchExactly).isEmpty());
+        QVERIFY(w.isEnabled());
+        QTRY_VERIFY(w.editor() == nullptr);
+    }
+
+    // The editor catches nothing: a missing catalogue is shown with its number and ends the
+    // program.
+    void editorFatalError()
+    {
+        SimPorts ports;
+        ports.add(4).setLayout(181);
+        Window win;
+        MainWindow& w = win.w;
+        int ended = 0;
+        w.editorEndProgram = [&](int code) { ended = code; };
+        win.connectNow();
+        QTest::mouseClick(w.Command10, Qt::LeftButton);
+        QCOMPARE(ended, 53);
+        QCOMPARE(win.dialogs->asked().last(), QString("VELTRO|Laufzeitfehler '53':\n\nDatei nicht gefunden"));
+        QVERIFY(!w.isEnabled());
+    }
+
     void firmwareUpdate()
     {
         Served served({{"/fwupdate/VELTRO_3_180.txt", "170,1.70"}, {"/fwupdate/3_180_lastfw", QByteArray(3000, 'F')}});

@@ -5,8 +5,9 @@
 //   veltro-cli flash-firmware FILE --port N  the bootloader exchange with the firmware mode byte
 //   veltro-cli upload-config FILE --port N   the same with the configuration mode byte
 //   veltro-cli readout --port N            data block and word readout, print their values
+//   veltro-cli config show FILE [--vehicle N]  a configuration image in words, one item a line
 //   veltro-cli --help | -h | --version
-// Exit codes: 0 success, 1 the device or server failed, 2 wrong arguments.
+// Exit codes: 0 success, 1 the device, server or a file failed, 2 wrong arguments.
 #include <iosfwd>
 #include <string>
 #include <vector>

@@ -1,4 +1,6 @@
 #include "app/cli.h"
+#include "editor/config_image.h"
+#include "editor/demo_catalogue.h"
 #include "flash/transfer.h"
 #include "sim_ports.h"
 #include "test_files.h"
@@ -13,10 +15,45 @@
 using namespace veltro;
 using namespace veltro::test;
 
+namespace {
+
+// The editor's image for the demo's vehicle 1 (Norrik NT 120); its sixth line is a record of
+// vehicle 0 only.
+Bytes editorImage()
+{
+    ConfigImage image;
+    const char* const lines[kDisplayLineCount] = {"0CxF0x04x00x03x02x00x00", "18xFExEEx00x00x01x00x00",
+                                                  "18xFExE5x00x00x04x00x00", "18xFExF7x00x06x02x00x00",
+                                                  "18xFExFFx00x01x01x00x00", "18xFExF6x00x01x01x00x00"};
+    for (int k = 0; k < kDisplayLineCount; ++k)
+        image.recordA[displayLineSlot(k)] = hextobytearray(lines[k]);
+    image.switchA = hextobytearray("18xFEx40x00x01x01x00x02");
+    image.flags = FlagIgnitionOffDisplay | FlagSleepAfter24h;
+    image.threshold = 168;
+    image.speed = 3;
+    image.switching = 5;
+    Bytes file;
+    writeImage(file, image);
+    return file;
+}
+
+QByteArray bytes(const Bytes& b) { return QByteArray(reinterpret_cast<const char*>(b.data()), qsizetype(b.size())); }
+
+const QString kShownTail = "Anzeigegeschwindigkeit: MITTEL\nAutomatische Umschaltung: Nach 5 Sekunden umschalten\n"
+                           "Unterspannungsschwelle: 11,5 V\nAnzeige \"bei Zündung aus\" aktiv: ja\n"
+                           "Warnung Unterspannung aktiv: nein\nSleepmodus nach 24h aktivieren (Strom sparen): ja\n";
+
+} // namespace
+
 // Controllers on 6 and 7 (7 never finishes the bootloader handshake), a silent port on 2.
 // The readout rows also get a controller on 3 whose data block has a wrong checksum, one on 4
 // that does not answer the word readout and one on 5 whose word is 0xFFFE.
 // FILE stands for a 300-byte file and HOME for the program folder.
+// The config rows get the demo catalogue in HOME. IMAGE is editorImage() with the vehicle
+// number in byte 1014 as identify saves it. PLAIN is the same as the writer leaves a new file
+// (byte 1014 0xFF), with speed 7 and switching 40, which the editor's lists cannot show, padded
+// to the reader's 2000 bytes; OVER has one byte more. MISSING does not exist. A row tagged
+// ", removed NAME" runs without HOME/NAME.
 class TestCli : public QObject {
     Q_OBJECT
 private slots:
@@ -41,7 +78,8 @@ private slots:
         QCOMPARE(QString::fromStdString(stdErr.str()), QString());
         const QStringList lines = QString::fromStdString(stdOut.str()).split('\n', Qt::SkipEmptyParts);
         const QStringList commands{"ports", "identify --port N", "flash-firmware FILE --port N",
-                                   "upload-config FILE --port N", "readout --port N", "--version"};
+                                   "upload-config FILE --port N", "readout --port N",
+                                   "config show FILE [--vehicle N]", "--version"};
         for (const QString& command : commands) {
             const QString word = command.section(' ', 0, 0);
             QStringList found;
@@ -111,6 +149,63 @@ private slots:
                                                  << "BIG: Abbruch: die Datei ist zu groß für den Bootloader";
         QTest::newRow("missing file") << "flash-firmware /nonexistent/fw.bin --port 6" << 1 << ""
                                       << "/nonexistent/fw.bin: Datei nicht gefunden";
+        QTest::newRow("config show")
+            << "config show IMAGE" << 0
+            << "Fahrzeug laut Abbild: 1 Norrik Traktor NT 120 (ab 2016)\nAnzeigezeile 1: Motordrehzahl\n"
+               "Anzeigezeile 2: Kühlwassertemperatur\nAnzeigezeile 3: Betriebsstunden\n"
+               "Anzeigezeile 4: Batteriespannung\nAnzeigezeile 5: AdBlue Füllstand\n"
+               "Anzeigezeile 6: 18xFExF6x00x01x01x00x00 (kein Eintrag in nt120.fzd)\n"
+               "Schalteingang: Arbeitsscheinwerfer\n" + kShownTail
+            << "";
+        QTest::newRow("config show --vehicle")
+            << "config show --vehicle 0 IMAGE" << 0
+            << "Fahrzeug: 0 Marvell Kastenwagen 2.3 Diesel (2014-2019)\nAnzeigezeile 1: Motordrehzahl\n"
+               "Anzeigezeile 2: Kühlwassertemperatur\n"
+               "Anzeigezeile 3: 18xFExE5x00x00x04x00x00 (kein Eintrag in mkw23d.fzd)\n"
+               "Anzeigezeile 4: Batteriespannung\n"
+               "Anzeigezeile 5: 18xFExFFx00x01x01x00x00 (kein Eintrag in mkw23d.fzd)\n"
+               "Anzeigezeile 6: Ladedruck\n"
+               "Schalteingang: 18xFEx40x00x01x01x00x02 (kein Eintrag in mkw23d.fzd)\n" + kShownTail
+            << "";
+        QTest::newRow("config show, no vehicle")
+            << "config show PLAIN" << 0
+            << "Fahrzeug: keines angegeben (--vehicle N), Datensätze in Hex\n"
+               "Anzeigezeile 1: 0CxF0x04x00x03x02x00x00\nAnzeigezeile 2: 18xFExEEx00x00x01x00x00\n"
+               "Anzeigezeile 3: 18xFExE5x00x00x04x00x00\nAnzeigezeile 4: 18xFExF7x00x06x02x00x00\n"
+               "Anzeigezeile 5: 18xFExFFx00x01x01x00x00\nAnzeigezeile 6: 18xFExF6x00x01x01x00x00\n"
+               "Schalteingang: 18xFEx40x00x01x01x00x02\nAnzeigegeschwindigkeit: 7 (kein Eintrag der Liste)\n"
+               "Automatische Umschaltung: 40 (kein Eintrag der Liste)\n"
+               + kShownTail.section('\n', 2)
+            << "";
+        // The reader takes an empty file as all zeros; the command says that it did.
+        QString zeroLines;
+        for (int line = 1; line <= 6; ++line)
+            zeroLines += QString("Anzeigezeile %1: 00x00x00x00x00x00x00x00\n").arg(line);
+        QTest::newRow("config show, empty file")
+            << "config show EMPTY" << 0
+            << "Fahrzeug: keines angegeben (--vehicle N), Datensätze in Hex\n" + zeroLines
+               + "Schalteingang: 00x00x00x00x00x00x00x00\nAnzeigegeschwindigkeit: 0 (kein Eintrag der Liste)\n"
+                 "Automatische Umschaltung: Keine Autoumschaltung\nUnterspannungsschwelle: 0,9 V\n"
+                 "Anzeige \"bei Zündung aus\" aktiv: nein\nWarnung Unterspannung aktiv: nein\n"
+                 "Sleepmodus nach 24h aktivieren (Strom sparen): nein\n"
+            << "EMPTY: nur 0 Bytes, der Rest wird als 0 gelesen";
+        QTest::newRow("config show, too large") << "config show OVER" << 1 << ""
+                                                << "OVER: kein Konfigurationsabbild, mehr als 2000 Bytes";
+        QTest::newRow("config show, missing file") << "config show MISSING" << 1 << ""
+                                                   << "MISSING: Datei nicht gefunden";
+        QTest::newRow("config show, vehicle beyond the catalogue")
+            << "config show IMAGE --vehicle 4" << 1 << "" << "Fahrzeug 4 steht nicht in HOME/vehicles.inc (4 Fahrzeuge";
+        QTest::newRow("config show, removed vehicles.inc") << "config show IMAGE" << 1 << ""
+                                                           << "HOME/vehicles.inc: Datei nicht gefunden";
+        QTest::newRow("config show, removed nt120.fzd") << "config show IMAGE" << 1 << ""
+                                                        << "HOME/nt120.fzd: Datei nicht gefunden";
+        QTest::newRow("config show, --vehicle without number")
+            << "config show IMAGE --vehicle" << 2 << "" << "config show: --vehicle\nusage: veltro-cli config show";
+        QTest::newRow("config show, --vehicle not a number")
+            << "config show IMAGE --vehicle -1" << 2 << "" << "config show: --vehicle\nusage: veltro-cli config show";
+        QTest::newRow("config show, unknown option")
+            << "config show IMAGE --port 6" << 2 << "" << "config show: unbekannte Option --port\nusage:";
+        QTest::newRow("config show, no file") << "config show" << 2 << "" << "config show: FILE fehlt\nusage:";
     }
     void commands()
     {
@@ -137,10 +232,29 @@ private slots:
         QVERIFY(writeFile(file, QByteArray(300, 'x')));
         const std::map<QString, QString> files = {{"FILE", file}, {"EMPTY", ports.homePath() + "/empty.bin"},
                                                   {"PAGE", ports.homePath() + "/page.bin"},
-                                                  {"BIG", ports.homePath() + "/big.tmp"}};
+                                                  {"BIG", ports.homePath() + "/big.tmp"},
+                                                  {"IMAGE", ports.homePath() + "/image.eep"},
+                                                  {"PLAIN", ports.homePath() + "/plain.tmp"},
+                                                  {"OVER", ports.homePath() + "/over.eep"},
+                                                  {"MISSING", ports.homePath() + "/missing.eep"}};
         QVERIFY(writeFile(files.at("EMPTY"), QByteArray()));
         QVERIFY(writeFile(files.at("PAGE"), "<html><body>404</body></html>"));
         QVERIFY(writeFile(files.at("BIG"), QByteArray(98176, 'y')));
+        Bytes image = editorImage();
+        if (args.startsWith("config")) {
+            QVERIFY(installDemoCatalogue(demoCatalogueDir(), ports.home()) > 0);
+            if (const QString tag = QTest::currentDataTag(); tag.contains(", removed "))
+                QVERIFY(QFile::remove(ports.homePath() + "/" + tag.section(", removed ", 1)));
+            Bytes plain = image;
+            plain[153] = 7;
+            plain[154] = 40;
+            plain.resize(2000);
+            QVERIFY(writeFile(files.at("PLAIN"), bytes(plain)));
+            plain.push_back(0);
+            QVERIFY(writeFile(files.at("OVER"), bytes(plain)));
+            image[1014] = 1;
+            QVERIFY(writeFile(files.at("IMAGE"), bytes(image)));
+        }
         if (QString(QTest::currentDataTag()).contains("not saved"))
             QVERIFY(QDir(ports.homePath()).mkdir("1A2B3C4D.eep"));
         std::vector<std::string> a;
@@ -162,6 +276,10 @@ private slots:
         }
         if (!err.isEmpty())
             QCOMPARE(at, lines.size() - 1);
+        if (args.startsWith("config")) { // read, never written or created
+            QCOMPARE(readFile(files.at("IMAGE")), bytes(image));
+            QVERIFY(!QFile::exists(files.at("MISSING")));
+        }
         if (code == 1 && args.contains(QRegularExpression("EMPTY|PAGE|BIG")))
             QCOMPARE(c.requestCount(sim::Request::Bootloader), 0);
         if (code == 0 && args.contains("FILE")) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <string>
 
 namespace veltro::sim {
 
@@ -55,6 +56,74 @@ std::uint8_t expectedFrameChecksum(int n, const Bytes& frame)
     return static_cast<std::uint8_t>(sum & 0xFF);
 }
 
+// "0CxF0x04x00x03x02x00x00" as its eight bytes.
+std::array<std::uint8_t, 8> record(const char* row)
+{
+    std::array<std::uint8_t, 8> bytes{};
+    for (std::size_t i = 0; i < bytes.size(); ++i)
+        bytes[i] = static_cast<std::uint8_t>(std::stoul(std::string(row + 3 * i, 2), nullptr, 16));
+    return bytes;
+}
+
+// One line of a vehicle data file as the configuration uses it.
+struct SampleLine {
+    const char* recordA;
+    const char* recordB;
+    const char* text;   // eight characters, Windows-1252
+    std::uint8_t x, y;
+};
+
+// The tractor "Norrik Traktor NT 120" of the sample catalogue (data/demo/nt120.fzd), vehicle 1
+// in its vehicles.inc and so the default controller type. Display lines 1 to 6:
+const SampleLine SampleDisplay[6] = {
+    {"0CxF0x04x00x03x02x00x00", "01x08x00x00x00x00x00x00", "DREHZAHL", 1, 0},    // Motordrehzahl
+    {"18xFExEEx00x00x01x00x00", "01x01x28x00x00x00x00x00", "K\xDCHLWASS", 2, 0}, // Kühlwassertemperatur
+    {"0CxFExF0x00x00x02x00x00", "01x08x00x00x00x00x00x00", "ZAPFWELL", 1, 0},    // Zapfwellendrehzahl
+    {"18xFExA4x00x00x01x00x00", "01x01x28x00x00x00x00x00", "HYDR.\xD6L ", 2, 0}, // Hydrauliköltemperatur
+    {"18xFExFFx00x01x01x00x00", "02x05x00x00x00x00x00x00", "ADBLUE %", 6, 0},    // AdBlue Füllstand
+    {"18xFExF7x00x06x02x00x00", "14x00x00x00x00x00x00x00", "BATTERIE", 5, 1},    // Batteriespannung
+};
+const SampleLine SampleKlemme15{"0CxFEx4Ex00x00x01x01x00", "00x00x00x00x01x00x00x00", "", 0, 0};
+const SampleLine SampleFeldregeneration{"18xFDx7Cx00x02x01x02x00", "00x00x00x00x04x00x00x00", "", 0, 0};
+const SampleLine SampleSwitch{"18xFEx40x00x01x01x00x02", "01x00x00x00x00x00x00x00", "", 0, 0};  // Arbeitsscheinwerfer
+
+// Bytes 0..1007 as the tool's configuration editor saves that vehicle: everything it does not
+// write erased (0xFF); records A at 0, B at 64, slot by slot (slot 0 = display line 1, 1 =
+// KLEMME15, 2 = FELDREGENERATION, 3..7 = lines 2..6); the switch input at 928 and 936; option
+// bits at 128 (display with ignition off, undervoltage warning); the undervoltage threshold at
+// 136 (168: 11.5 V); values X at 137 and Y at 145 per slot, 0xFF for slots 1 and 2; speed 2 at
+// 153; switching every 5 seconds at 154; the line texts from 512, eight bytes each.
+Bytes sampleConfiguration()
+{
+    Bytes config(ConfigSize, 0xFF);
+    const auto put = [&](std::size_t offset, const char* row) {
+        const auto bytes = record(row);
+        std::copy(bytes.begin(), bytes.end(), config.begin() + static_cast<std::ptrdiff_t>(offset));
+    };
+    for (std::size_t slot = 0; slot < 8; ++slot) {
+        const SampleLine& line = slot == 0   ? SampleDisplay[0]
+                                 : slot == 1 ? SampleKlemme15
+                                 : slot == 2 ? SampleFeldregeneration
+                                             : SampleDisplay[slot - 2];
+        put(8 * slot, line.recordA);
+        put(64 + 8 * slot, line.recordB);
+        if (slot == 1 || slot == 2) continue;
+        config[137 + slot] = line.x;
+        config[145 + slot] = line.y;
+    }
+    put(928, SampleSwitch.recordA);
+    put(936, SampleSwitch.recordB);
+    config[128] = 0x03;
+    config[136] = 168;
+    config[153] = 2;
+    config[154] = 5;
+    for (std::size_t k = 0; k < 6; ++k) {
+        const std::string text = SampleDisplay[k].text;
+        std::copy(text.begin(), text.end(), config.begin() + static_cast<std::ptrdiff_t>(512 + 8 * k));
+    }
+    return config;
+}
+
 }  // namespace
 
 std::chrono::nanoseconds wireTime(std::size_t byteCount)
@@ -66,10 +135,9 @@ std::chrono::nanoseconds wireTime(std::size_t byteCount)
 
 DeviceModel::DeviceModel() : image_(wire::ImageSize, 0), dataBlock_(wire::DataBlockSize, 0)
 {
-    // A configuration that looks used: no erased (0xFF) cells, and byte 127 is not the
-    // older layout's marker 5.
-    for (std::size_t i = 0; i < ConfigSize; ++i)
-        image_[i] = static_cast<std::uint8_t>((i * 37 + 11) % 251);
+    // A configured controller: the sample tractor's display set-up. Byte 127 (the last byte of
+    // line 6's record B) is 0, not the older layout's marker 5.
+    setConfiguration(sampleConfiguration());
     setSerial(0x1A2B3C4D);
     setLayout(180);
     setHardware(3);

@@ -18,6 +18,9 @@ struct DemoSetup::Impl {
 
 DemoSetup::DemoSetup() : impl_(std::make_unique<Impl>())
 {
+    // The controller's own image already holds a configuration of the sample tractor (vehicle
+    // 1 of the demo catalogue). Layout 181 is the one the configuration editor fully serves.
+    impl_->controller.setLayout(181);
     impl_->controller.start();
     impl_->path = impl_->controller.path();
 

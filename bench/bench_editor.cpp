@@ -1,7 +1,7 @@
 // Opening the configuration editor on a large catalogue (500 vehicles) and a large vehicle data
 // file (2,000 lines: 1,900 display values, 100 switch inputs), against reading and decoding
 // the same files alone. The window is ready when its opening has filled and preselected every
-// list. Medians of 15 runs each, offscreen.
+// list. Medians of 41 runs each after the first window, offscreen.
 #include "editor/codec.h"
 #include "editor/config_image.h"
 #include "editor/editor_logic.h"
@@ -23,6 +23,7 @@
 
 using namespace veltro;
 using Clock = std::chrono::steady_clock;
+constexpr int kRuns = 41;
 
 namespace {
 
@@ -91,26 +92,29 @@ int main(int argc, char** argv)
     writeImageFile(folder + "/1A2B3C4D.eep", image);
 
     const EditorLink link{"250", "1A2B3C4D", "181"};
-    const double read = medianMs(15, [&] {
+    const double read = medianMs(kRuns, [&] {
         const auto catalogue = readCatalogue(folder + "/vehicles.inc");
         const auto reading = readImageFile(folder + "/1A2B3C4D.eep");
         const auto vehicle = loadVehicleData(folder + "/v1.fzd");
         if (catalogue.size() != 500 || vehicle.displayValues.size() != 1900) std::abort();
     });
-    const double logic = medianMs(15, [&] {
+    const double logic = medianMs(kRuns, [&] {
         const EditorView v = openEditor(folder, link, ',');
         if (v.choice.displayLines[5] != 1507) std::abort();
     });
     auto dialogs = std::make_shared<NoDialogs>();
-    const double window = medianMs(15, [&] {
+    const auto openWindow = [&] {
         Form2 form(folder, link, dialogs);
-        form.show();
         form.Form_Load();
+        form.show();
         QApplication::processEvents();
         if (form.displayzeile[5]->currentIndex() != 1507 || form.displayzeile[5]->count() != 1900) std::abort();
-    });
+    };
+    const double first = medianMs(1, openWindow); // styles and fonts are loaded on the first one
+    const double window = medianMs(kRuns, openWindow);
 
-    std::printf("editor opening: 500 vehicles, 2,000-line vehicle file (medians of 15)\n");
+    std::printf("editor opening: 500 vehicles, 2,000-line vehicle file (medians of %d)\n", kRuns);
+    std::printf("  first window of the process     : %7.2f ms\n", first);
     std::printf("  read and decode the files alone : %7.2f ms\n", read);
     std::printf("  editor logic (opening, no window): %7.2f ms\n", logic);
     std::printf("  window ready (Form_Load, shown) : %7.2f ms  (%.1f x read and decode; target < 100 ms and < 3 x)\n",

@@ -649,8 +649,9 @@ void MainWindow::Command10_Click()
         Command4_Click();
     });
     setEnabled(false);
-    form->show();
+    // Loaded before it shows, so it appears once, filled and at its full height.
     form->Form_Load();
+    form->show();
 }
 
 void MainWindow::Command17_Click()

@@ -155,7 +155,8 @@ bool Form2::step(const std::function<void()>& work)
 void Form2::Form_Load()
 {
     if (step([this] { view = startEditorFromFolder(folder_, link_, decimalSeparator); })) {
-        display(view);
+        // "LADEN!" follows at once and shows everything; only the vehicle list is needed first.
+        showVehicles(view);
         Command1_Click();
     }
 }
@@ -184,13 +185,18 @@ void Form2::Command4_Click()
     dialogs_->message("VELTRO", std::to_string(length));
 }
 
-void Form2::display(const EditorView& v)
+void Form2::showVehicles(const EditorView& v)
 {
     if (Combo1->count() != int(v.vehicleNames.size()))
         Combo1->setModel(new QStringListModel(toQt(v.vehicleNames), Combo1));
     Combo1->setCurrentIndex(v.vehicle);
     Combo1->setEnabled(v.vehicleEnabled);
     Command1->setEnabled(v.vehicleEnabled);
+}
+
+void Form2::display(const EditorView& v)
+{
+    showVehicles(v);
 
     const std::array<int, kEditorListCount> selected{
         v.choice.displayLines[0], v.choice.displayLines[1], v.choice.displayLines[2],

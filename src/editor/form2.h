@@ -71,6 +71,7 @@ protected:
 
 private:
     void display(const EditorView& v);
+    void showVehicles(const EditorView& v);
     void takeChoices();
     // Runs a step; a run-time error ends in the fatal message. False when the step failed.
     bool step(const std::function<void()>& work);

@@ -507,6 +507,18 @@ private slots:
         Window win;
         MainWindow& w = win.w;
         win.connectNow();
+        const QByteArray image = readFile(ports.homePath() + "/1A2B3C4D.eep");
+
+        // Closed without saving: nothing written but the selection file, the main window back.
+        QTest::mouseClick(w.Command10, Qt::LeftButton);
+        QVERIFY(w.editor() && !w.isEnabled());
+        w.editor()->close();
+        QVERIFY(w.isEnabled());
+        QCOMPARE(readFile(ports.homePath() + "/lastsel.inc"), QByteArray(" 1 \r\n"));
+        QCOMPARE(readFile(ports.homePath() + "/1A2B3C4D.eep"), image);
+        QVERIFY(!QFile::exists(ports.homePath() + "/1A2B3C4D.tmp"));
+        QTRY_VERIFY(w.editor() == nullptr);
+
         QTest::mouseClick(w.Command10, Qt::LeftButton);
         Form2* form = w.editor();
         QVERIFY(form && form->isVisible());

@@ -85,11 +85,11 @@ constexpr char16_t kHigh[32] = {
 
 QString windows1252ToQString(std::string_view bytes)
 {
-    QString text;
-    text.reserve(qsizetype(bytes.size()));
+    QString text(qsizetype(bytes.size()), Qt::Uninitialized);
+    QChar* out = text.data();
     for (char c : bytes) {
         const unsigned char b = static_cast<unsigned char>(c);
-        text.append(QChar(b >= 0x80 && b <= 0x9F ? kHigh[b - 0x80] : char16_t(b)));
+        *out++ = QChar(b >= 0x80 && b <= 0x9F ? kHigh[b - 0x80] : char16_t(b));
     }
     return text;
 }

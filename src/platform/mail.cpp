@@ -1,0 +1,167 @@
+#include "platform/mail.h"
+
+#include <curl/curl.h>
+
+#include <atomic>
+#include <chrono>
+#include <ctime>
+#include <memory>
+#include <mutex>
+#include <random>
+
+namespace veltro {
+
+namespace {
+std::atomic<long> gConnectMs{30000};
+std::atomic<long> gTotalMs{300000};
+
+std::string trimmed(const std::string& text)
+{
+    const auto first = text.find_first_not_of(' ');
+    if (first == std::string::npos) return {};
+    return text.substr(first, text.find_last_not_of(' ') - first + 1);
+}
+
+// RFC 5322 date in English whatever the process locale says.
+std::string dateHeader()
+{
+    static const char* days[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+    static const char* months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                   "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+    const std::time_t now = std::time(nullptr);
+    std::tm utc{};
+    gmtime_r(&now, &utc);
+    char text[64];
+    std::snprintf(text, sizeof text, "Date: %s, %02d %s %04d %02d:%02d:%02d +0000", days[utc.tm_wday], utc.tm_mday,
+                  months[utc.tm_mon], utc.tm_year + 1900, utc.tm_hour, utc.tm_min, utc.tm_sec);
+    return text;
+}
+
+std::string base64(const std::string& bytes)
+{
+    static const char digits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string out;
+    std::size_t i = 0;
+    for (; i + 2 < bytes.size(); i += 3) {
+        const unsigned v = unsigned((unsigned char)bytes[i]) << 16 | unsigned((unsigned char)bytes[i + 1]) << 8 |
+                           (unsigned char)bytes[i + 2];
+        out += {digits[v >> 18], digits[(v >> 12) & 63], digits[(v >> 6) & 63], digits[v & 63]};
+    }
+    if (i + 1 == bytes.size()) {
+        const unsigned v = unsigned((unsigned char)bytes[i]) << 16;
+        out += {digits[v >> 18], digits[(v >> 12) & 63], '=', '='};
+    } else if (i + 2 == bytes.size()) {
+        const unsigned v = unsigned((unsigned char)bytes[i]) << 16 | unsigned((unsigned char)bytes[i + 1]) << 8;
+        out += {digits[v >> 18], digits[(v >> 12) & 63], digits[(v >> 6) & 63], '='};
+    }
+    return out;
+}
+
+// A header text with anything beyond ASCII as one encoded word.
+std::string headerText(const std::string& text)
+{
+    for (unsigned char c : text)
+        if (c >= 0x80 || c < 0x20) return "=?UTF-8?B?" + base64(text) + "?=";
+    return text;
+}
+
+std::string messageId()
+{
+    std::random_device random;
+    char text[64];
+    std::snprintf(text, sizeof text, "Message-ID: <%08x%08x.%lld@veltro-service>", random(), random(),
+                  static_cast<long long>(std::time(nullptr)));
+    return text;
+}
+
+std::string reason(CURLcode rc)
+{
+    switch (rc) {
+    case CURLE_COULDNT_RESOLVE_HOST: return "Mailserver unbekannt";
+    case CURLE_COULDNT_CONNECT: return "Mailserver nicht erreichbar";
+    case CURLE_OPERATION_TIMEDOUT: return "Mailserver antwortet nicht";
+    case CURLE_LOGIN_DENIED: return "Anmeldung am Mailserver abgelehnt";
+    case CURLE_READ_ERROR: return "Anhang nicht lesbar";
+    case CURLE_USE_SSL_FAILED: return "Mailserver bietet keine Verschlüsselung";
+    case CURLE_SEND_ERROR:
+    case CURLE_RECV_ERROR:
+    case CURLE_GOT_NOTHING: return "Verbindung zum Mailserver unterbrochen";
+    default: return std::string("Fehler beim Senden (") + curl_easy_strerror(rc) + ")";
+    }
+}
+
+struct CurlFree {
+    void operator()(CURL* c) const { curl_easy_cleanup(c); }
+    void operator()(curl_mime* m) const { curl_mime_free(m); }
+    void operator()(curl_slist* l) const { curl_slist_free_all(l); }
+};
+} // namespace
+
+void setMailTimeouts(long connectMs, long totalMs)
+{
+    gConnectMs = connectMs;
+    gTotalMs = totalMs;
+}
+
+std::string SendMail(const std::string& sTo, const std::string& sSubject, const std::string& sFrom,
+                     const std::string& sBody, const std::string& sSmtpServer, int iSmtpPort,
+                     const std::string& sSmtpUser, const std::string& sSmtpPword, const std::string& sFilePath,
+                     bool bSmtpSSL)
+{
+    static std::once_flag once;
+    std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
+    const std::string failed = "MAIL NICHT GESENDET: ";
+    try {
+        std::unique_ptr<CURL, CurlFree> curl(curl_easy_init());
+        if (!curl) return failed + "keine Verbindung möglich";
+        CURL* c = curl.get();
+        const bool implicitTls = bSmtpSSL && iSmtpPort == 465;
+        const std::string url =
+            std::string(implicitTls ? "smtps://" : "smtp://") + sSmtpServer + ":" + std::to_string(iSmtpPort);
+        curl_easy_setopt(c, CURLOPT_URL, url.c_str());
+        if (bSmtpSSL && !implicitTls)
+            curl_easy_setopt(c, CURLOPT_USE_SSL, long(CURLUSESSL_ALL));
+        const std::string from = "<" + sFrom + ">";
+        curl_easy_setopt(c, CURLOPT_MAIL_FROM, from.c_str());
+        std::unique_ptr<curl_slist, CurlFree> rcpt(curl_slist_append(nullptr, ("<" + sTo + ">").c_str()));
+        curl_easy_setopt(c, CURLOPT_MAIL_RCPT, rcpt.get());
+        curl_easy_setopt(c, CURLOPT_USERNAME, sSmtpUser.c_str());
+        curl_easy_setopt(c, CURLOPT_PASSWORD, sSmtpPword.c_str());
+        // The account expects the basic login; curl would prefer PLAIN.
+        curl_easy_setopt(c, CURLOPT_LOGIN_OPTIONS, "AUTH=LOGIN");
+        curl_easy_setopt(c, CURLOPT_CONNECTTIMEOUT_MS, gConnectMs.load());
+        curl_easy_setopt(c, CURLOPT_TIMEOUT_MS, gTotalMs.load());
+        curl_easy_setopt(c, CURLOPT_NOSIGNAL, 1L);
+
+        // libcurl writes only the MIME headers; the rest are ours.
+        std::unique_ptr<curl_slist, CurlFree> headers;
+        for (const std::string& h : {dateHeader(), "From: " + sFrom, "To: " + sTo, "Subject: " + headerText(sSubject),
+                                     messageId()}) {
+            curl_slist* next = curl_slist_append(headers.get(), h.c_str());
+            if (!next) return failed + "kein Speicher";
+            headers.release();
+            headers.reset(next);
+        }
+        curl_easy_setopt(c, CURLOPT_HTTPHEADER, headers.get());
+
+        std::unique_ptr<curl_mime, CurlFree> mime(curl_mime_init(c));
+        curl_mimepart* text = curl_mime_addpart(mime.get());
+        curl_mime_data(text, sBody.c_str(), CURL_ZERO_TERMINATED);
+        curl_mime_type(text, "text/plain; charset=utf-8");
+        const std::string attachment = trimmed(sFilePath);
+        if (!attachment.empty()) {
+            curl_mimepart* file = curl_mime_addpart(mime.get());
+            if (curl_mime_filedata(file, attachment.c_str()) != CURLE_OK)
+                return failed + "Anhang nicht lesbar (" + attachment + ")";
+            curl_mime_encoder(file, "base64");
+        }
+        curl_easy_setopt(c, CURLOPT_MIMEPOST, mime.get());
+
+        const CURLcode rc = curl_easy_perform(c);
+        return rc == CURLE_OK ? std::string(kMailSent) : failed + reason(rc);
+    } catch (...) {
+        return failed + "interner Fehler";
+    }
+}
+
+} // namespace veltro

@@ -1,0 +1,24 @@
+#pragma once
+// One mail through an SMTP server, with an optional attachment: the terminal report and the
+// controller's image go to the support mailbox this way. A blocking call: run it on a worker.
+#include <string>
+
+namespace veltro {
+
+// What SendMail returns when the server took the mail.
+inline constexpr char kMailSent[] = "DATEI ERFOLGREICH GESENDET!";
+
+// Sends the mail and returns kMailSent, or "MAIL NICHT GESENDET: " + the reason in German.
+// Never throws. The login is AUTH LOGIN with the account given; a blank or empty `sFilePath`
+// sends no attachment; a missing attachment file sends nothing. `bSmtpSSL` asks for TLS
+// (implicit on port 465, STARTTLS otherwise) and fails when the server offers none. The
+// attachment goes base64 encoded, so binary images and logs with bare CR arrive unchanged.
+std::string SendMail(const std::string& sTo, const std::string& sSubject, const std::string& sFrom,
+                     const std::string& sBody, const std::string& sSmtpServer, int iSmtpPort,
+                     const std::string& sSmtpUser, const std::string& sSmtpPword, const std::string& sFilePath,
+                     bool bSmtpSSL);
+
+// Time limits of a mail: connection including greeting and login (30 s), and the whole send.
+void setMailTimeouts(long connectMs, long totalMs);
+
+} // namespace veltro

@@ -149,9 +149,8 @@ struct Transfer {
         headers = curl_slist_append(headers, "Cache-Control: no-cache");
         headers = curl_slist_append(headers, "Pragma: no-cache");
         curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers);
-        const std::string extra = endpoints::caFile();
-        if (!extra.empty()) {
-            pem = caBundle(extra);
+        pem = trustedCaPem();
+        if (!pem.empty()) {
             curl_blob blob{pem.data(), pem.size(), CURL_BLOB_NOCOPY};
             curl_easy_setopt(curl, CURLOPT_CAINFO_BLOB, &blob);
         }
@@ -188,6 +187,12 @@ std::FILE* openTemporaryBeside(const std::string& path, std::string& tempPath)
     return file;
 }
 } // namespace
+
+std::string trustedCaPem()
+{
+    const std::string extra = endpoints::caFile();
+    return extra.empty() ? std::string() : caBundle(extra);
+}
 
 void setTransferTimeouts(long connectMs, long textTotalMs, long downloadTotalMs)
 {

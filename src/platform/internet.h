@@ -48,6 +48,10 @@ int downloadToFile(const std::string& url, const std::string& path, const Downlo
 // and the like); letters, digits and "-._~" stay as they are.
 std::string urlEncodePathSegment(const std::string& text);
 
+// The system's CA certificates plus VELTRO_CA_FILE as one PEM text, for any TLS this tool
+// opens; empty when VELTRO_CA_FILE is unset (libcurl's own store applies then).
+std::string trustedCaPem();
+
 // Time-outs in milliseconds (connect, whole text fetch, whole download); tests shorten them.
 void setTransferTimeouts(long connectMs, long textTotalMs, long downloadTotalMs);
 

@@ -1,5 +1,7 @@
 #include "platform/mail.h"
 
+#include "platform/internet.h"
+
 #include <curl/curl.h>
 
 #include <atomic>
@@ -83,6 +85,8 @@ std::string reason(CURLcode rc)
     case CURLE_LOGIN_DENIED: return "Anmeldung am Mailserver abgelehnt";
     case CURLE_READ_ERROR: return "Anhang nicht lesbar";
     case CURLE_USE_SSL_FAILED: return "Mailserver bietet keine Verschlüsselung";
+    case CURLE_PEER_FAILED_VERIFICATION:
+    case CURLE_SSL_CACERT_BADFILE: return "Zertifikat des Mailservers nicht vertrauenswürdig";
     case CURLE_SEND_ERROR:
     case CURLE_RECV_ERROR:
     case CURLE_GOT_NOTHING: return "Verbindung zum Mailserver unterbrochen";
@@ -103,24 +107,31 @@ void setMailTimeouts(long connectMs, long totalMs)
     gTotalMs = totalMs;
 }
 
-std::string SendMail(const std::string& sTo, const std::string& sSubject, const std::string& sFrom,
-                     const std::string& sBody, const std::string& sSmtpServer, int iSmtpPort,
-                     const std::string& sSmtpUser, const std::string& sSmtpPword, const std::string& sFilePath,
-                     bool bSmtpSSL)
+namespace {
+std::string send(const std::string& sTo, const std::string& sSubject, const std::string& sFrom,
+                 const std::string& sBody, const std::string& sSmtpServer, int iSmtpPort,
+                 const std::string& sSmtpUser, const std::string& sSmtpPword, const std::string& sFilePath,
+                 bool bSmtpSSL, std::string& why)
 {
-    static std::once_flag once;
-    std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
-    const std::string failed = "MAIL NICHT GESENDET: ";
+    const auto failed = [&why](const std::string& reason) {
+        why = reason;
+        return std::string();
+    };
     try {
         std::unique_ptr<CURL, CurlFree> curl(curl_easy_init());
-        if (!curl) return failed + "keine Verbindung möglich";
+        if (!curl) return failed("keine Verbindung möglich");
         CURL* c = curl.get();
         const bool implicitTls = bSmtpSSL && iSmtpPort == 465;
         const std::string url =
             std::string(implicitTls ? "smtps://" : "smtp://") + sSmtpServer + ":" + std::to_string(iSmtpPort);
         curl_easy_setopt(c, CURLOPT_URL, url.c_str());
-        if (bSmtpSSL && !implicitTls)
-            curl_easy_setopt(c, CURLOPT_USE_SSL, long(CURLUSESSL_ALL));
+        // STARTTLS whenever the server offers it; required when asked for.
+        if (!implicitTls)
+            curl_easy_setopt(c, CURLOPT_USE_SSL, long(bSmtpSSL ? CURLUSESSL_ALL : CURLUSESSL_TRY));
+        const std::string pem = trustedCaPem();
+        curl_blob blob{const_cast<char*>(pem.data()), pem.size(), CURL_BLOB_NOCOPY};
+        if (!pem.empty())
+            curl_easy_setopt(c, CURLOPT_CAINFO_BLOB, &blob);
         const std::string from = "<" + sFrom + ">";
         curl_easy_setopt(c, CURLOPT_MAIL_FROM, from.c_str());
         std::unique_ptr<curl_slist, CurlFree> rcpt(curl_slist_append(nullptr, ("<" + sTo + ">").c_str()));
@@ -138,7 +149,7 @@ std::string SendMail(const std::string& sTo, const std::string& sSubject, const 
         for (const std::string& h : {dateHeader(), "From: " + sFrom, "To: " + sTo, "Subject: " + headerText(sSubject),
                                      messageId()}) {
             curl_slist* next = curl_slist_append(headers.get(), h.c_str());
-            if (!next) return failed + "kein Speicher";
+            if (!next) return failed("kein Speicher");
             headers.release();
             headers.reset(next);
         }
@@ -152,16 +163,31 @@ std::string SendMail(const std::string& sTo, const std::string& sSubject, const 
         if (!attachment.empty()) {
             curl_mimepart* file = curl_mime_addpart(mime.get());
             if (curl_mime_filedata(file, attachment.c_str()) != CURLE_OK)
-                return failed + "Anhang nicht lesbar (" + attachment + ")";
+                return failed("Anhang nicht lesbar (" + attachment + ")");
             curl_mime_encoder(file, "base64");
         }
         curl_easy_setopt(c, CURLOPT_MIMEPOST, mime.get());
 
         const CURLcode rc = curl_easy_perform(c);
-        return rc == CURLE_OK ? std::string(kMailSent) : failed + reason(rc);
+        return rc == CURLE_OK ? std::string(kMailSent) : failed(reason(rc));
     } catch (...) {
-        return failed + "interner Fehler";
+        return failed("interner Fehler");
     }
+}
+} // namespace
+
+std::string SendMail(const std::string& sTo, const std::string& sSubject, const std::string& sFrom,
+                     const std::string& sBody, const std::string& sSmtpServer, int iSmtpPort,
+                     const std::string& sSmtpUser, const std::string& sSmtpPword, const std::string& sFilePath,
+                     bool bSmtpSSL, std::string* why)
+{
+    static std::once_flag once;
+    std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
+    std::string reasonText;
+    const std::string result = send(sTo, sSubject, sFrom, sBody, sSmtpServer, iSmtpPort, sSmtpUser, sSmtpPword,
+                                    sFilePath, bSmtpSSL, reasonText);
+    if (why) *why = reasonText;
+    return result;
 }
 
 } // namespace veltro

@@ -8,15 +8,16 @@ namespace veltro {
 // What SendMail returns when the server took the mail.
 inline constexpr char kMailSent[] = "DATEI ERFOLGREICH GESENDET!";
 
-// Sends the mail and returns kMailSent, or "MAIL NICHT GESENDET: " + the reason in German.
-// Never throws. The login is AUTH LOGIN with the account given; a blank or empty `sFilePath`
-// sends no attachment; a missing attachment file sends nothing. `bSmtpSSL` asks for TLS
-// (implicit on port 465, STARTTLS otherwise) and fails when the server offers none. The
+// Sends the mail and returns kMailSent, or an empty text on any failure; `why` (optional)
+// gets the reason in German. Never throws. The login is AUTH LOGIN with the account given; a
+// blank or empty `sFilePath` sends no attachment; a missing attachment file sends nothing.
+// The connection goes over TLS when the server offers STARTTLS (certificate verified against
+// the system's CAs and VELTRO_CA_FILE); `bSmtpSSL` requires TLS (implicit on port 465). The
 // attachment goes base64 encoded, so binary images and logs with bare CR arrive unchanged.
 std::string SendMail(const std::string& sTo, const std::string& sSubject, const std::string& sFrom,
                      const std::string& sBody, const std::string& sSmtpServer, int iSmtpPort,
                      const std::string& sSmtpUser, const std::string& sSmtpPword, const std::string& sFilePath,
-                     bool bSmtpSSL);
+                     bool bSmtpSSL, std::string* why = nullptr);
 
 // Time limits of a mail: connection including greeting and login (30 s), and the whole send.
 void setMailTimeouts(long connectMs, long totalMs);

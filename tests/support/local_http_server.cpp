@@ -1,4 +1,5 @@
 #include "local_http_server.h"
+#include "test_certificate.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -36,16 +37,9 @@ LocalHttpServer::~LocalHttpServer()
 
 bool LocalHttpServer::start(const QString& servedDir)
 {
-    // A self-signed certificate for 127.0.0.1: the server's certificate and the test CA at once.
     const QString key = certs_.path() + "/server.key";
-    QProcess openssl;
-    openssl.setProcessChannelMode(QProcess::MergedChannels);
-    openssl.start("openssl", {"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", key, "-out", caFile(), "-days",
-                              "2", "-subj", "/CN=VELTRO test CA", "-addext", "subjectAltName=IP:127.0.0.1"});
-    if (!openssl.waitForFinished(30000) || openssl.exitCode() != 0) {
-        qWarning("openssl failed: %s", openssl.readAll().constData());
+    if (!makeTestCertificate(certs_.path()))
         return false;
-    }
     // The system's python first: a python shim on PATH may be slow to start or lack ssl.
     const QString python = QFile::exists("/usr/bin/python3") ? "/usr/bin/python3" : "python3";
     const QString support = qEnvironmentVariable("VELTRO_TEST_SUPPORT", QFileInfo(__FILE__).absolutePath());

@@ -1,4 +1,5 @@
 #include "local_smtp_server.h"
+#include "test_certificate.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -17,12 +18,19 @@ LocalSmtpServer::~LocalSmtpServer()
     }
 }
 
-bool LocalSmtpServer::start(const QString& user, const QString& password)
+bool LocalSmtpServer::start(const QString& user, const QString& password, bool starttls)
 {
+    QStringList args{QString(), user, password, dir_.path() + "/mail.log"};
+    if (starttls) {
+        if (!makeTestCertificate(dir_.path()))
+            return false;
+        args << caFile() << dir_.path() + "/server.key";
+    }
     // aiosmtpd belongs to the system's python.
     const QString support = qEnvironmentVariable("VELTRO_TEST_SUPPORT", QFileInfo(__FILE__).absolutePath());
     process_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    process_.start("/usr/bin/python3", {support + "/smtp_server.py", user, password, dir_.path() + "/mail.log"});
+    args[0] = support + "/smtp_server.py";
+    process_.start("/usr/bin/python3", args);
     while (!process_.canReadLine())
         if (!process_.waitForReadyRead(15000))
             return false;

@@ -1,6 +1,6 @@
 #pragma once
-// A real SMTP server on 127.0.0.1 (see smtp_server.py) taking AUTH LOGIN for one account, and
-// a port that accepts and never answers. The servers end with this object.
+// A real SMTP server on 127.0.0.1 (see smtp_server.py) taking AUTH LOGIN for one account,
+// STARTTLS if asked for, and a port that accepts and never answers. The servers end with this object.
 #include <QJsonObject>
 #include <QList>
 #include <QProcess>
@@ -15,7 +15,9 @@ public:
     LocalSmtpServer(const LocalSmtpServer&) = delete;
     LocalSmtpServer& operator=(const LocalSmtpServer&) = delete;
 
-    bool start(const QString& user, const QString& password);
+    // With `starttls` the server offers STARTTLS with a certificate made for this run.
+    bool start(const QString& user, const QString& password, bool starttls = false);
+    QString caFile() const { return dir_.path() + "/ca.pem"; }
     int port() const { return port_; }
     int silentPort() const { return silentPort_; }
     // Every mail received so far, as smtp_server.py logs it.

@@ -1,10 +1,10 @@
 #!/usr/bin/python3
 """A real SMTP server on 127.0.0.1 for the mail tests (aiosmtpd from Debian).
 
-Usage: smtp_server.py USER PASSWORD LOGFILE
+Usage: smtp_server.py USER PASSWORD LOGFILE [CERT KEY]
 
 Prints {"smtp": port, "silent": port} once listening: "smtp" speaks SMTP with AUTH LOGIN for
-USER/PASSWORD on a plain connection; "silent" accepts connections and never says a word.
+USER/PASSWORD on a plain connection; "silent" accepts connections and never says a word. With CERT and KEY the server offers STARTTLS.
 Each message is one JSON line in LOGFILE: authenticated, login, from, to, subject, date and
 message_id present, body, attachments [{filename, data (base64)}]. Ends when stdin closes.
 """
@@ -13,11 +13,16 @@ import base64
 import email
 import email.policy
 import json
+import ssl
 import sys
 
 from aiosmtpd.smtp import SMTP, AuthResult, LoginPassword
 
 USER, PASSWORD, LOG = sys.argv[1], sys.argv[2], sys.argv[3]
+TLS = None
+if len(sys.argv) > 5:  # STARTTLS offered with this certificate
+    TLS = ssl.create_default_context(ssl.Purpose.CLIENT_AUTH)
+    TLS.load_cert_chain(sys.argv[4], sys.argv[5])
 
 
 def authenticator(server, session, envelope, mechanism, auth_data):
@@ -42,7 +47,7 @@ class Handler:
             elif part.get_content_type() == "text/plain":
                 body = part.get_content()
         entry = {
-            "authenticated": bool(session.authenticated),
+            "authenticated": bool(session.authenticated), "tls": session.ssl is not None,
             "login": getattr(session, "veltro_login", ""),
             "mechanism": getattr(session, "veltro_mechanism", ""),
             "from": envelope.mail_from, "to": envelope.rcpt_tos,
@@ -63,7 +68,8 @@ async def silent(reader, writer):
 async def main():
     loop = asyncio.get_running_loop()
     smtp = await loop.create_server(
-        lambda: SMTP(Handler(), authenticator=authenticator, auth_require_tls=False), "127.0.0.1", 0)
+        lambda: SMTP(Handler(), authenticator=authenticator, auth_require_tls=False, tls_context=TLS,
+                     require_starttls=False), "127.0.0.1", 0)
     quiet = await asyncio.start_server(silent, "127.0.0.1", 0)
     print(json.dumps({"smtp": smtp.sockets[0].getsockname()[1],
                       "silent": quiet.sockets[0].getsockname()[1]}), flush=True)

@@ -1,6 +1,8 @@
 #include "sim/device_model.h"
 
 #include <algorithm>
+#include <cctype>
+#include <cstdio>
 #include <stdexcept>
 #include <string>
 
@@ -20,6 +22,36 @@ constexpr std::size_t ChecksumPos = 1027;
 constexpr std::size_t ConfigSize = 1008;
 
 std::size_t index(Request r) { return static_cast<std::size_t>(r); }
+
+constexpr std::uint8_t Cr = 13;
+constexpr std::size_t MaxLine = 4096;            // longer lines keep their beginning
+constexpr std::size_t MaxTypedStream = 100'000'000;  // "STREAM N": about 18 minutes
+// Stream text goes out in pieces of about a millisecond on the wire rather than byte by byte:
+// the pty and the tool see the same rate, and the controller's thread need not spin.
+constexpr std::size_t StreamPiece = 92;
+
+bool isText(std::uint8_t byte) { return byte >= 0x20 && byte <= 0x7E; }
+
+std::string trimmedLower(const std::string& s)
+{
+    const auto first = s.find_first_not_of(' ');
+    if (first == std::string::npos) return {};
+    std::string out = s.substr(first, s.find_last_not_of(' ') - first + 1);
+    for (char& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return out;
+}
+
+// Line k of the stream text, `length` characters long: the line number in seven digits and a
+// blank, then the printable characters in turn from a point that moves with k.
+std::string streamLine(std::uint64_t k, std::size_t length)
+{
+    char head[16];
+    std::snprintf(head, sizeof head, "%07llu ", static_cast<unsigned long long>(k % 10'000'000));
+    std::string text(head, std::min<std::size_t>(length, 8));
+    for (std::size_t j = text.size(); j < length; ++j)
+        text.push_back(static_cast<char>(0x20 + (k * 7 + j) % 95));
+    return text;
+}
 
 // Sum of the bytes, modulo 256: the controller's checksum for the image and the data block.
 std::uint8_t sum8(const Bytes& bytes, std::size_t count)
@@ -282,16 +314,30 @@ bool DeviceModel::takesRequest(Request request)
 void DeviceModel::onCommandByte(std::uint8_t byte, Clock::time_point t)
 {
     // Restarting after a request: the controller does not listen until its answer is out.
-    if (!out_.empty()) return;
+    // Terminal output going out does not keep it from listening.
+    if (restarting()) return;
+
+    const bool modeByte = byte == wire::FirmwareMode || byte == wire::ConfigurationMode;
+    if (byte == Cr) {
+        onLine(t);
+        return;
+    }
+    if (isText(byte) && !(modeByte && line_.empty())) {
+        if (line_.size() < MaxLine) line_.push_back(static_cast<char>(byte));
+        return;
+    }
 
     switch (byte) {
     case wire::Identify:
+        line_.clear();
         if (takesRequest(Request::Identify)) answer(Request::Identify, byte, image(), t);
         break;
     case wire::DataBlock:
+        line_.clear();
         if (takesRequest(Request::DataBlock)) answer(Request::DataBlock, byte, dataBlock(), t);
         break;
     case wire::Word:
+        line_.clear();
         if (takesRequest(Request::Word))
             answer(Request::Word, byte,
                    Bytes{static_cast<std::uint8_t>(word_ & 0xFF), static_cast<std::uint8_t>(word_ >> 8)},
@@ -311,12 +357,13 @@ void DeviceModel::onCommandByte(std::uint8_t byte, Clock::time_point t)
         }
         break;
     default:
-        break;
+        break;  // LF, other control bytes, bytes above 0x7E
     }
 }
 
 void DeviceModel::answer(Request request, std::uint8_t echo, Bytes reply, Clock::time_point t)
 {
+    dropTerminalOutput();  // the restart
     const std::size_t i = index(request);
     const AnswerFaults& f = faults_[i];
     Bytes first;
@@ -418,34 +465,189 @@ void DeviceModel::emitUnplug(Clock::time_point earliest)
     out_.push_back(std::move(e));
 }
 
+// Line k is 24 to 80 characters long and ends CR LF, every sixteenth a bare CR. The last line
+// is cut or stretched so that the text ends CR LF and no piece of less than a line end is
+// left for a line after it.
+void DeviceModel::TextCursor::append(Bytes& out, std::size_t count)
+{
+    while (count > 0 && produced < total) {
+        if (pos == current.size()) {
+            const std::size_t left = total - produced;
+            const std::size_t natural = 24 + static_cast<std::size_t>(line * 37 % 57);
+            const bool bare = line % 16 == 15;
+            const std::size_t full = natural + (bare ? 1 : 2);
+            if (left >= full + 2 || (left == full && !bare))
+                current = streamLine(line, natural) + (bare ? "\r" : "\r\n");
+            else if (left >= 2)
+                current = streamLine(line, left - 2) + "\r\n";
+            else
+                current = streamLine(line, left);
+            pos = 0;
+            ++line;
+        }
+        const std::size_t n = std::min(count, current.size() - pos);
+        out.insert(out.end(), current.begin() + static_cast<std::ptrdiff_t>(pos),
+                   current.begin() + static_cast<std::ptrdiff_t>(pos + n));
+        pos += n;
+        produced += n;
+        count -= n;
+    }
+}
+
+Bytes DeviceModel::streamPattern(std::size_t bytes)
+{
+    TextCursor cursor;
+    cursor.total = bytes;
+    Bytes out;
+    out.reserve(bytes);
+    cursor.append(out, bytes);
+    return out;
+}
+
+Bytes DeviceModel::banner() const
+{
+    std::size_t none = 0;
+    const std::string text = "VELTRO CONTROLLER\r\n" + terminalAnswer("ser", none) + terminalAnswer("ver", none) +
+                             "HELP: COMMANDS\r\n";
+    return Bytes(text.begin(), text.end());
+}
+
+void DeviceModel::setStreamOnOpen(std::size_t bytes) { streamOnOpen_ = bytes; }
+
+void DeviceModel::streamText(std::size_t bytes, Clock::time_point now)
+{
+    if (!unplugged_) sendStream(bytes, now);
+}
+
+bool DeviceModel::streaming() const
+{
+    return std::any_of(out_.begin(), out_.end(), [](const Emission& e) { return e.text.has_value(); });
+}
+
+bool DeviceModel::restarting() const
+{
+    return std::any_of(out_.begin(), out_.end(), [](const Emission& e) { return !e.terminal; });
+}
+
+void DeviceModel::dropTerminalOutput()
+{
+    out_.erase(std::remove_if(out_.begin(), out_.end(), [](const Emission& e) { return e.terminal; }),
+               out_.end());
+}
+
+void DeviceModel::sendText(const std::string& text, Clock::time_point t)
+{
+    Emission e;
+    e.bytes.assign(text.begin(), text.end());
+    e.earliest = t;
+    e.terminal = true;
+    out_.push_back(std::move(e));
+}
+
+void DeviceModel::sendStream(std::size_t bytes, Clock::time_point t)
+{
+    if (bytes == 0) return;
+    Emission e;
+    e.text.emplace();
+    e.text->total = bytes;
+    e.earliest = t;
+    e.terminal = true;
+    e.paced = true;
+    out_.push_back(std::move(e));
+}
+
+// The answer's lines to a terminal line; `stream` is set to the stream text that follows them.
+std::string DeviceModel::terminalAnswer(const std::string& line, std::size_t& stream) const
+{
+    const std::string command = trimmedLower(line);
+    char text[96];
+    stream = 0;
+    if (command.empty()) {
+        const Bytes b = banner();
+        stream = streamOnOpen_;
+        return std::string(b.begin(), b.end());
+    }
+    if (command == "help")
+        return "HELP      THIS LIST\r\n"
+               "VER       FIRMWARE, HARDWARE, LAYOUT, TYPE\r\n"
+               "SER       SERIAL NUMBER\r\n"
+               "STREAM N  N BYTES OF TEST TEXT\r\n";
+    if (command == "ver") {
+        std::snprintf(text, sizeof text, "FIRMWARE %u HW %u LAYOUT %u TYPE %u\r\n",
+                      unsigned(image_[FirmwarePos] | image_[FirmwarePos + 1] << 8), unsigned(image_[HardwarePos]),
+                      unsigned(image_[LayoutPos]), unsigned(image_[TypePos]));
+        return text;
+    }
+    if (command == "ser") {
+        std::snprintf(text, sizeof text, "SERIAL %02X%02X%02X%02X\r\n", unsigned(image_[SerialPos]),
+                      unsigned(image_[SerialPos + 1]), unsigned(image_[SerialPos + 2]),
+                      unsigned(image_[SerialPos + 3]));
+        return text;
+    }
+    if (command.rfind("stream ", 0) == 0) {
+        const std::string n = trimmedLower(command.substr(7));
+        if (!n.empty() && n.size() <= 9 && n.find_first_not_of("0123456789") == std::string::npos &&
+            std::stoul(n) <= MaxTypedStream) {
+            stream = std::stoul(n);
+            return {};
+        }
+    }
+    return "OK " + line + "\r\n";
+}
+
+void DeviceModel::onLine(Clock::time_point t)
+{
+    lines_.push_back(line_);
+    std::size_t stream = 0;
+    const std::string answer = terminalAnswer(line_, stream);
+    line_.clear();
+    sendText("\r\n" + answer, t);
+    sendStream(stream, t);
+    sendText("> ", t);
+}
+
 DeviceModel::Output DeviceModel::take(Clock::time_point now)
 {
     Output result;
     while (!out_.empty()) {
         Emission& e = out_.front();
+        const bool paced = lineRate_ || e.paced;
+        const std::size_t size = e.size();
         if (!e.started) {
             e.started = true;
             e.start = std::max(e.earliest, lastEnd_ + e.gap);
         }
         // On a paced line nothing can be handed over before the first byte has crossed it;
-        // waking any earlier would only cost a second wake-up.
-        const auto firstDue = lineRate_ ? e.start + wireTime(e.sent + 1) : e.start;
-        if (now < firstDue) {
-            result.wake = firstDue;
+        // waking any earlier would only cost a second wake-up. Stream text waits for a piece.
+        const auto nextDue = [&] {
+            if (!paced) return e.start;
+            return e.start + wireTime(e.text ? std::min(size, e.sent + StreamPiece) : e.sent + 1);
+        };
+        if (now < nextDue()) {
+            result.wake = nextDue();
+            result.looseWake = e.text.has_value();
             return result;
         }
-        std::size_t due = e.bytes.size();
-        if (lineRate_) {
+        std::size_t due = size;
+        if (paced) {
             const auto elapsed =
                 std::chrono::duration_cast<std::chrono::nanoseconds>(now - e.start).count();
             due = std::min<std::size_t>(
                 due, static_cast<std::size_t>(elapsed * Baud / (BitsPerByte * 1'000'000'000LL)));
         }
-        result.bytes.insert(result.bytes.end(), e.bytes.begin() + static_cast<std::ptrdiff_t>(e.sent),
-                            e.bytes.begin() + static_cast<std::ptrdiff_t>(due));
-        e.sent = std::max(e.sent, due);
-        if (e.sent < e.bytes.size()) {
-            result.wake = lineRate_ ? e.start + wireTime(e.sent + 1) : e.start;
+        if (due > e.sent) {
+            if (e.text) {
+                e.text->append(result.bytes, due - e.sent);
+                streamed_ += due - e.sent;
+            } else {
+                result.bytes.insert(result.bytes.end(), e.bytes.begin() + static_cast<std::ptrdiff_t>(e.sent),
+                                    e.bytes.begin() + static_cast<std::ptrdiff_t>(due));
+            }
+            e.sent = due;
+        }
+        if (e.sent < size) {
+            result.wake = nextDue();
+            result.looseWake = e.text.has_value();
             return result;
         }
         // Gaps count from when the bytes were handed over, so a late wake-up never shortens them.

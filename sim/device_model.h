@@ -12,6 +12,24 @@
 //               ACK 0x06 or NAK 0x15 each; 0x04 ends the transfer, 0x18 cancels it.
 // Anything else is ignored. While an identification or readout answer is still going out
 // the controller is restarting and does not listen.
+//
+// Next to these requests the same line carries a text terminal. In command mode printable
+// ASCII (0x20..0x7E) collects into a line and CR (13) ends it; the controller does not echo
+// what is typed, it answers each line with "\r\n", the answer's lines (each ending CR LF) and
+// the prompt "> ". LF and other control bytes are ignored. An empty line (a lone CR) is
+// answered with the banner: a terminal that has just opened sends one to be greeted. Opening
+// the port alone shows nothing, since the tool opens the same port for every identification
+// and readout, and text there would spoil the echo it waits for.
+//   HELP        the commands
+//   VER         firmware, hardware, layout and controller type
+//   SER         serial number
+//   STREAM N    N bytes of test text (streamPattern) at line rate
+//   other text  "OK " and the line as received
+// Commands are matched without case and surrounding blanks.
+// The mode bytes '{' and '|' are printable: they start the bootloader only when no line is
+// being collected, inside a line they are text. A request byte (200, 199, 128) drops a half
+// line, so a line that never gets its CR cannot block the requests. A request that is answered
+// restarts the controller: terminal output not yet sent is lost.
 #pragma once
 
 #include <array>
@@ -21,6 +39,7 @@
 #include <deque>
 #include <map>
 #include <optional>
+#include <string>
 #include <vector>
 
 namespace veltro::sim {
@@ -124,6 +143,18 @@ public:
     void setBootFaults(const BootFaults& faults);
     void unplug();                                  // the line goes away now
 
+    // --- text terminal ---
+    Bytes banner() const;  // the answer to an empty line, without the leading CR LF and prompt
+    // Each banner is followed by this many bytes of stream text (0, the default: none).
+    void setStreamOnOpen(std::size_t bytes);
+    // Sends streamPattern(bytes) from `now` on, always paced like a 921600-baud wire, after
+    // whatever is still going out.
+    void streamText(std::size_t bytes, Clock::time_point now);
+    // The stream text: lines of printable ASCII ending CR LF, now and then a bare CR, the
+    // whole ending CR LF (from 2 bytes on). The same amount always gives the same bytes, and
+    // a longer stream starts with the full lines of a shorter one.
+    static Bytes streamPattern(std::size_t bytes);
+
     // --- driving ---
     void receive(std::uint8_t byte, Clock::time_point arrival);
     void receive(const Bytes& bytes, Clock::time_point arrival);
@@ -132,6 +163,7 @@ public:
         Bytes bytes;                               // to be written now
         bool unplug = false;                       // then close the line
         std::optional<Clock::time_point> wake;     // call take() again then
+        bool looseWake = false;                    // bulk text: waking late costs nothing
     };
     Output take(Clock::time_point now);
     bool unplugged() const { return unplugged_; }
@@ -140,12 +172,31 @@ public:
     int requestCount(Request request) const;
     const Bytes& received() const { return received_; }
     const BootReport& boot() const { return boot_; }
+    // Terminal lines as received up to their CR (CR not included), an empty line as "".
+    const std::vector<std::string>& terminalLines() const { return lines_; }
+    const std::string& partialLine() const { return line_; }  // collected, no CR yet
+    std::size_t streamedBytes() const { return streamed_; }   // stream text handed out, all streams
+    bool streaming() const;                                   // stream text still to go out
 
 private:
-    enum class Mode { Command, Bootloader };  // the terminal and tunnel modes will join here
+    enum class Mode { Command, Bootloader };  // the tunnel mode will join here
+
+    // Produces the stream text as it goes out, so a long stream needs no memory.
+    struct TextCursor {
+        std::size_t total = 0;
+        std::size_t produced = 0;
+        std::uint64_t line = 0;
+        std::string current;  // the line being handed out, with its line end
+        std::size_t pos = 0;
+        void append(Bytes& out, std::size_t count);
+    };
 
     struct Emission {
+        std::size_t size() const { return text ? text->total : bytes.size(); }
         Bytes bytes;
+        std::optional<TextCursor> text;  // stream text instead of bytes
+        bool terminal = false;   // terminal output: lost on a restart, does not stop listening
+        bool paced = false;      // paced even without setLineRate
         Clock::time_point earliest;
         Clock::duration gap{};   // quiet time after the previous emission has gone out
         bool unplugAfter = false;
@@ -155,6 +206,12 @@ private:
     };
 
     void onCommandByte(std::uint8_t byte, Clock::time_point t);
+    void onLine(Clock::time_point t);
+    std::string terminalAnswer(const std::string& line, std::size_t& stream) const;
+    void sendText(const std::string& text, Clock::time_point t);
+    void sendStream(std::size_t bytes, Clock::time_point t);
+    bool restarting() const;  // a request's answer or an unplug is still to go out
+    void dropTerminalOutput();
     void onBootByte(std::uint8_t byte, Clock::time_point t);
     void checkFrame(Clock::time_point t);
     // Counts the request and applies silence and late echo; true when it is to be answered.
@@ -184,6 +241,10 @@ private:
     Clock::time_point frameStart_;
     BootReport boot_;
     Bytes received_;
+    std::string line_;
+    std::vector<std::string> lines_;
+    std::size_t streamOnOpen_ = 0;
+    std::size_t streamed_ = 0;
     std::deque<Emission> out_;
     Clock::time_point lastEnd_{};
 };

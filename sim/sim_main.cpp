@@ -26,7 +26,14 @@ const char* const Usage =
     "  --older MINOR    an image of the older layout: byte 127 = 5, firmware minor at byte 126\n"
     "  --silent         never answer anything (a port without a controller)\n"
     "  --line-rate      pace answers like a 921600-baud line\n"
-    "  --help           this text\n";
+    "  --stream BYTES   after each terminal banner, BYTES of test text at line rate\n"
+    "                   (92,160 bytes/s; lines ending CR LF, now and then a bare CR)\n"
+    "  --help           this text\n"
+    "\n"
+    "Text terminal: printable ASCII ending in CR is a command line; the answer ends with\n"
+    "the prompt \"> \". An empty line (a lone CR) shows the banner. Commands: HELP, VER,\n"
+    "SER, STREAM N (N bytes of test text at line rate); anything else is answered\n"
+    "\"OK <line>\". '{' and '|' start the bootloader only at the start of a line.\n";
 
 [[noreturn]] void usageError(const std::string& message)
 {
@@ -85,6 +92,8 @@ int main(int argc, char** argv)
                 controller.setSilent(true);
             } else if (arg == "--line-rate") {
                 controller.setLineRate(true);
+            } else if (arg == "--stream") {
+                controller.setStreamOnOpen(number(value(), 10, 4'000'000'000ul, "--stream"));
             } else {
                 usageError("unknown option " + arg);
             }

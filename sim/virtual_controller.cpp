@@ -131,17 +131,24 @@ void VirtualController::run()
     std::array<std::uint8_t, 4096> buf{};
     while (running_) {
         std::optional<Clock::time_point> wakeAt;
+        bool looseWake = false;
         bool unplugNow = false;
         {
             std::lock_guard lock(mutex_);
             DeviceModel::Output out = model_.take(Clock::now());
             pending.insert(pending.end(), out.bytes.begin(), out.bytes.end());
+            unwritten_ = pending.size();
             wakeAt = out.wake;
+            looseWake = out.looseWake;
             unplugNow = out.unplug;
         }
         if (master_ >= 0 && !pending.empty()) {
             const ssize_t n = ::write(master_, pending.data(), pending.size());
-            if (n > 0) pending.erase(pending.begin(), pending.begin() + n);
+            if (n > 0) {
+                pending.erase(pending.begin(), pending.begin() + n);
+                std::lock_guard lock(mutex_);
+                unwritten_ = pending.size();
+            }
         }
         if (unplugNow) {
             closeMaster();
@@ -166,8 +173,11 @@ void VirtualController::run()
             // A timed sleep here overshoots by 50 to 200 us, a tenth of a block on a paced
             // line. Sleep until shortly before the byte is due and give the processor away
             // for the last stretch, so a waiting kernel worker (the pty's) still gets to run.
+            // Stream text is handed over by the millisecond and may be a little late: no need
+            // to keep the processor for it.
             const auto left = *wakeAt - Clock::now();
-            const auto sleep = std::max(Clock::duration::zero(), left - kYieldStretch);
+            const auto sleep =
+                std::max(Clock::duration::zero(), looseWake ? left : left - kYieldStretch);
             if (sleep == Clock::duration::zero() && left > Clock::duration::zero()) ::sched_yield();
             const auto ns = std::chrono::duration_cast<std::chrono::nanoseconds>(sleep).count();
             ts.tv_sec = static_cast<time_t>(ns / 1'000'000'000);
@@ -276,6 +286,36 @@ void VirtualController::setFaults(Request request, const AnswerFaults& faults)
 void VirtualController::setBootFaults(const BootFaults& faults)
 {
     changed([&](DeviceModel& m) { m.setBootFaults(faults); });
+}
+
+Bytes VirtualController::banner() const
+{
+    return locked([](const DeviceModel& m) { return m.banner(); });
+}
+void VirtualController::setStreamOnOpen(std::size_t bytes)
+{
+    changed([&](DeviceModel& m) { m.setStreamOnOpen(bytes); });
+}
+void VirtualController::streamText(std::size_t bytes)
+{
+    changed([&](DeviceModel& m) { m.streamText(bytes, Clock::now()); });
+}
+std::size_t VirtualController::streamedBytes() const
+{
+    return locked([](const DeviceModel& m) { return m.streamedBytes(); });
+}
+bool VirtualController::streamFinished() const
+{
+    std::lock_guard lock(mutex_);
+    return !model_.streaming() && unwritten_ == 0;
+}
+std::vector<std::string> VirtualController::terminalLines() const
+{
+    return locked([](const DeviceModel& m) { return m.terminalLines(); });
+}
+std::string VirtualController::partialLine() const
+{
+    return locked([](const DeviceModel& m) { return m.partialLine(); });
 }
 
 void VirtualController::unplug()

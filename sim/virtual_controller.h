@@ -3,7 +3,9 @@
 // pty pair and a thread that moves bytes between the master side and the model.
 //
 // The controller keeps its own descriptor of the slave side open (raw, no echo) for its whole
-// life, so the line does not hang up when the tool closes and reopens the port.
+// life, so the line does not hang up when the tool closes and reopens the port. For the same
+// reason the controller cannot tell when the tool opens the port: its terminal banner is the
+// answer to an empty line (see DeviceModel).
 //
 // Every setter and getter may be called from any thread, before or after start().
 #pragma once
@@ -16,6 +18,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace veltro::sim {
 
@@ -60,6 +63,18 @@ public:
     void unplug();
     bool unplugged() const;
 
+    // Text terminal
+    Bytes banner() const;
+    void setStreamOnOpen(std::size_t bytes);  // stream text after each banner (0: none)
+    // Sends streamPattern(bytes) from now on at 92,160 bytes/s, after whatever is still going
+    // out. A request the controller answers meanwhile cuts it off, as the restart would.
+    void streamText(std::size_t bytes);
+    static Bytes streamPattern(std::size_t bytes) { return DeviceModel::streamPattern(bytes); }
+    std::size_t streamedBytes() const;  // stream text put on the line so far, all streams
+    bool streamFinished() const;        // no stream text left, and all of it written to the pty
+    std::vector<std::string> terminalLines() const;  // lines received up to their CR, without it
+    std::string partialLine() const;                  // text received after the last CR
+
     // What the controller has received and done
     int requestCount(Request request) const;
     Bytes received() const;
@@ -88,6 +103,7 @@ private:
     mutable std::mutex mutex_;
     std::condition_variable lineClosedCv_;
     bool lineClosed_ = false;  // under mutex_
+    std::size_t unwritten_ = 0;  // under mutex_: bytes taken from the model, not yet in the pty
     DeviceModel model_;
     int master_ = -1;
     int slave_ = -1;

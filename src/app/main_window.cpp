@@ -8,7 +8,9 @@
 #include "device/readout.h"
 #include "device/self_update.h"
 #include "editor/form2.h"
+#include "editor/codec.h"
 #include "flash/jobs.h"
+#include "platform/port_numbering.h"
 #include "platform/program_folder.h"
 #include "platform/qt_serial_link.h"
 #include "util/runtime_error.h"
@@ -18,6 +20,10 @@
 #include <QClipboard>
 #include <QCloseEvent>
 #include <QEvent>
+#include <QKeyEvent>
+#include <QScrollBar>
+#include <QSerialPort>
+#include <QTextCursor>
 #include <QComboBox>
 #include <QGroupBox>
 #include <QHBoxLayout>
@@ -180,8 +186,18 @@ void MainWindow::buildControls()
         terminal = new QTextEdit(telnet);
         terminal->setObjectName("terminal");
         terminal->setReadOnly(true);
+        terminal->setAcceptRichText(false);
+        terminal->setAccessibleName("TELNET - TERMINAL");
+        // All of the terminal is green: set once here instead of recolouring the text.
+        QPalette green = terminal->palette();
+        green.setColor(QPalette::Text, QColor(0, 255, 0));
+        terminal->setPalette(green);
         telnetsendbox = new QLineEdit(telnet);
         telnetsendbox->setObjectName("telnetsendbox");
+        telnetsendbox->setAccessibleName("Eingabe");
+        telnetsendbox->installEventFilter(this);
+        lastkey = label("Label3", telnet, "lastkey");
+        lastkey->setVisible(false);
         auto* buttons = new QHBoxLayout;
         Command9 = button("REMOTE", telnet, "Command9");
         Command3 = button("BERICHT SENDEN", telnet, "Command3");
@@ -195,6 +211,23 @@ void MainWindow::buildControls()
         v->addLayout(buttons);
     }
     telnet->setVisible(false);
+    telnet->setAutoFillBackground(true);
+    MSComm3 = new QSerialPort(this);
+    MSComm3->setObjectName("MSComm3");
+    connect(MSComm3, &QSerialPort::readyRead, this, &MainWindow::MSComm3_OnComm);
+    connect(MSComm3, &QSerialPort::errorOccurred, this, [this](QSerialPort::SerialPortError error) {
+        // A port that goes away (adapter pulled) reports once and is closed, no flood.
+        if (MSComm3->isOpen() && isFatalPortError(error)) {
+            closeTerminalPort();
+            terminalAppend(std::string("\r\n++TERMINAL: ") + kLinkLostText + "\r\n");
+        }
+    });
+    // Device output is gathered and shown in one go, so a fast stream costs a few updates a
+    // second instead of one per read.
+    terminalFlush_ = new QTimer(this);
+    terminalFlush_->setSingleShot(true);
+    terminalFlush_->setInterval(20);
+    connect(terminalFlush_, &QTimer::timeout, this, &MainWindow::terminalShow);
 
     // Service buttons: their captions are their names; they have no place in the layout.
     Command15 = button("Command15", central, "Command15");
@@ -248,6 +281,8 @@ void MainWindow::buildControls()
     connect(Command7, &QPushButton::clicked, this, &MainWindow::Command7_Click);
     connect(Command4, &QPushButton::clicked, this, &MainWindow::Command4_Click);
     connect(Command10, &QPushButton::clicked, this, &MainWindow::Command10_Click);
+    connect(Command1, &QPushButton::clicked, this, &MainWindow::Command1_Click);
+    connect(Command3, &QPushButton::clicked, this, &MainWindow::Command3_Click);
     connect(Command17, &QPushButton::clicked, this, &MainWindow::Command17_Click);
     connect(Command15, &QPushButton::clicked, this, &MainWindow::Command15_Click);
     connect(Command5, &QPushButton::clicked, this, &MainWindow::Command5_Click);
@@ -696,8 +731,48 @@ void MainWindow::closeEvent(QCloseEvent* event)
     QMainWindow::closeEvent(event);
 }
 
+namespace {
+// The key codes the terminal records, as Windows numbers them.
+int windowsKeyCode(int qtKey)
+{
+    switch (qtKey) {
+    case Qt::Key_Escape: return 27;
+    case Qt::Key_Return:
+    case Qt::Key_Enter: return 13;
+    case Qt::Key_Backspace: return 8;
+    case Qt::Key_Tab: return 9;
+    case Qt::Key_Shift: return 16;
+    case Qt::Key_Control: return 17;
+    case Qt::Key_Alt: return 18;
+    case Qt::Key_Left: return 37;
+    case Qt::Key_Up: return 38;
+    case Qt::Key_Right: return 39;
+    case Qt::Key_Down: return 40;
+    case Qt::Key_Delete: return 46;
+    default:
+        if (qtKey >= Qt::Key_F1 && qtKey <= Qt::Key_F12) return 112 + (qtKey - Qt::Key_F1);
+        return qtKey < 256 ? qtKey : 0; // letters, digits and blank have their ASCII codes
+    }
+}
+
+int windowsShiftState(Qt::KeyboardModifiers m)
+{
+    return (m & Qt::ShiftModifier ? 1 : 0) | (m & Qt::ControlModifier ? 2 : 0) | (m & Qt::AltModifier ? 4 : 0);
+}
+} // namespace
+
 bool MainWindow::eventFilter(QObject* watched, QEvent* event)
 {
+    if (watched == telnetsendbox && (event->type() == QEvent::KeyPress || event->type() == QEvent::KeyRelease)) {
+        auto* key = static_cast<QKeyEvent*>(event);
+        const bool enter = key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter;
+        if (event->type() == QEvent::KeyRelease && !key->isAutoRepeat()) {
+            telnetsendbox_KeyUp(windowsKeyCode(key->key()), windowsShiftState(key->modifiers()));
+        } else if (event->type() == QEvent::KeyPress && enter) {
+            telnetsendbox_KeyPress(13);
+            return true;
+        }
+    }
     if ((event->type() == QEvent::MouseMove || event->type() == QEvent::ToolTip)
         && (watched == Label5 || watched == vers || watched == hwversion)) {
         try {
@@ -806,8 +881,115 @@ void MainWindow::reset()
     setStatus("READY");
 }
 
+void MainWindow::Command1_Click()
+{
+    if (deviceJob_)
+        return;
+    resize(tw(10200), height());
+    telnet->setVisible(true);
+    telnet->raise();
+    telnetsendbox->setFocus();
+    closeTerminalPort();
+    const int port = chosenPort();
+    const std::string location = portLocation(port);
+    MSComm3->setPortName(QString::fromStdString(location));
+    MSComm3->setBaudRate(921600);
+    MSComm3->setDataBits(QSerialPort::Data8);
+    MSComm3->setParity(QSerialPort::NoParity);
+    MSComm3->setStopBits(QSerialPort::OneStop);
+    MSComm3->setFlowControl(QSerialPort::NoFlowControl);
+    if (location.empty() || !MSComm3->open(QIODevice::ReadWrite)) {
+        const std::string why = location.empty() ? std::string("Port nicht vorhanden")
+                                                 : portOpenFailureText(location, MSComm3->error(), MSComm3->errorString());
+        MSComm3->clearError();
+        terminalAppend("\r\n++TERMINAL: Com-Port " + std::to_string(port) + " kann nicht geöffnet werden: " + why + "\r\n");
+    }
+    terminalAppend(terminalGreeting(serialFromLabel(Label5->text().toStdString())));
+}
+
+void MainWindow::closeTerminalPort()
+{
+    if (MSComm3->isOpen())
+        MSComm3->close();
+    MSComm3->clearError();
+}
+
+void MainWindow::terminalAppend(const std::string& bytes)
+{
+    terminal_.append(bytes);
+    if (!terminalFlush_->isActive())
+        terminalFlush_->start();
+}
+
+void MainWindow::terminalShow()
+{
+    if (!terminal_.hasUnshown())
+        return;
+    QScrollBar* bar = terminal->verticalScrollBar();
+    const bool atBottom = bar->value() >= bar->maximum() - 2;
+    QTextCursor end(terminal->document());
+    end.movePosition(QTextCursor::End);
+    end.insertText(windows1252ToQString(terminal_.takeUnshown()));
+    // Follows the output only while the user has not scrolled back to read.
+    if (atBottom)
+        bar->setValue(bar->maximum());
+}
+
+void MainWindow::MSComm3_OnComm()
+{
+    const QByteArray data = MSComm3->readAll();
+    if (data.isEmpty())
+        return;
+    const std::string bytes(data.constData(), std::size_t(data.size()));
+    terminalAppend(bytes);
+    if (remoteState && remoteSend && remoteState() == 7)
+        remoteSend(bytes);
+}
+
+void MainWindow::telnetsendbox_KeyUp(int keyCode, int shift)
+{
+    lastkey->setText(QString::fromStdString(lastKeyText(keyCode, shift)));
+}
+
+void MainWindow::telnetsendbox_KeyPress(int keyAscii)
+{
+    if (keyAscii != 13)
+        return;
+    const LineEntry e = lineEntry(qStringToWindows1252(telnetsendbox->text()), lastkey->text().toStdString());
+    if (e.mailImage) {
+        const MailRequest mail = imageMail(serialFromLabel(Label5->text().toStdString()), programFolder());
+        terminalAppend(kImageMailLine);
+        jobs_.run<std::string>([mail] { return sendMail(mail); },
+                               [this](const std::string& r) { emit imageMailFinished(QString::fromStdString(r)); });
+    } else if (MSComm3->isOpen()) {
+        MSComm3->write(e.bytes.data(), qint64(e.bytes.size()));
+    } else {
+        terminalAppend("\r\n++TERMINAL: Com-Port nicht offen\r\n");
+    }
+    telnetsendbox->clear();
+    telnetsendbox->setFocus();
+}
+
+void MainWindow::Command3_Click()
+{
+    const std::string folder = programFolder();
+    const bool saved = writeTerminalLog(folder, terminal_.text());
+    terminalAppend(saved ? "\rDATEI GESPEICHERT!\r" : "\rDATEI KONNTE NICHT GESPEICHERT WERDEN!\r");
+    terminalAppend("\rDATEI SENDEN...\r");
+    // One report at a time; the mail runs on a worker so the window stays usable.
+    Command3->setEnabled(false);
+    const MailRequest mail = reportMail(serialFromLabel(Label5->text().toStdString()), folder);
+    jobs_.run<std::string>([mail] { return sendMail(mail); },
+                           [this](const std::string& r) {
+                               terminalAppend("\r" + r + "\r");
+                               Command3->setEnabled(true);
+                               emit reportFinished(QString::fromStdString(r));
+                           });
+}
+
 void MainWindow::Command2_Click()
 {
+    closeTerminalPort();
     // 20 twips narrower than at start-up; the window has always done so.
     resize(tw(3780), tw(4380));
     telnet->setVisible(false);

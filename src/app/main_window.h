@@ -4,6 +4,7 @@
 // and hand the work to logic objects on worker threads.
 #include "app/job.h"
 #include "app/link_state.h"
+#include "terminal/terminal.h"
 #include "util/twips.h"
 
 #include <QMainWindow>
@@ -20,6 +21,7 @@ class QListWidget;
 class QProgressBar;
 class QPushButton;
 class QTextEdit;
+class QSerialPort;
 class QTimer;
 class QAction;
 
@@ -87,7 +89,14 @@ public:
     QPushButton* Command3 = nullptr;
     QPushButton* Command2 = nullptr;
     QLineEdit* telnetsendbox = nullptr;
-    QTextEdit* terminal = nullptr;
+    QTextEdit* terminal = nullptr;  // a view of the terminal's text (terminalText())
+    QLabel* lastkey = nullptr;      // hidden: the last key released in the input line, "27-0"
+    QSerialPort* MSComm3 = nullptr; // the device's text port, open while the terminal is
+    const TerminalText& terminalText() const { return terminal_; }
+    // The remote service's socket as the terminal sees it: its state number (7: connected)
+    // and a send of what the device prints. Unset: no remote service.
+    std::function<int()> remoteState;
+    std::function<void(const std::string&)> remoteSend;
     // Service buttons, not in the visible layout
     QPushButton* Command15 = nullptr;
     QPushButton* Command5 = nullptr;
@@ -122,6 +131,8 @@ signals:
     void readoutFinished();
     void firmwareFinished();
     void uploadFinished();
+    void reportFinished(const QString& result);
+    void imageMailFinished(const QString& result);
     // Asked before the installer download; tests answer it instead of the message box.
 
 public slots:
@@ -129,6 +140,11 @@ public slots:
     void Command7_Click();
     void Command4_Click();
     void Command10_Click();
+    void Command1_Click();  // "TELNET TERMINAL"
+    void Command3_Click();  // "BERICHT SENDEN"
+    void telnetsendbox_KeyPress(int keyAscii);
+    void telnetsendbox_KeyUp(int keyCode, int shift);
+    void MSComm3_OnComm();
     void Command17_Click();
     void Command15_Click();
     void Command5_Click();
@@ -186,6 +202,11 @@ private:
     bool userChosePort_ = false; // the scan stops moving the selection once the user has chosen
     int scanGeneration_ = 0;     // entries of an earlier scan are dropped
     QPointer<Form2> editor_;
+    TerminalText terminal_;
+    QTimer* terminalFlush_ = nullptr;
+    void terminalAppend(const std::string& bytes);
+    void terminalShow();
+    void closeTerminalPort();
     JobRunner jobs_;             // last: waits for running jobs before anything else goes
 };
 

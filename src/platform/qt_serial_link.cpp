@@ -32,7 +32,7 @@ bool isFatalPortError(QSerialPort::SerialPortError error)
     }
 }
 
-std::string QtSerialLink::openFailureText(QSerialPort::SerialPortError error, const QString& qtText) const
+std::string portOpenFailureText(const std::string& location, QSerialPort::SerialPortError error, const QString& qtText)
 {
     switch (error) {
     case QSerialPort::DeviceNotFoundError:
@@ -41,7 +41,7 @@ std::string QtSerialLink::openFailureText(QSerialPort::SerialPortError error, co
         // Qt reports a lock held by another program and missing rights alike; the device node
         // itself tells them apart.
 #ifdef Q_OS_UNIX
-        const int fd = ::open(location_.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK);
+        const int fd = ::open(location.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK);
         if (fd >= 0) {
             ::close(fd);
             return "Port wird von einem anderen Programm benutzt";
@@ -88,7 +88,7 @@ bool QtSerialLink::open()
     port_->setFlowControl(QSerialPort::NoFlowControl);
     port_->setReadBufferSize(0);
     if (!port_->open(QIODevice::ReadWrite)) {
-        error_ = openFailureText(port_->error(), port_->errorString());
+        error_ = portOpenFailureText(location_, port_->error(), port_->errorString());
         port_.reset();
         return false;
     }

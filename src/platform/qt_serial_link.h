@@ -15,6 +15,9 @@ namespace veltro {
 // close it at once and report once.
 bool isFatalPortError(QSerialPort::SerialPortError error);
 
+// Why a port could not be opened, in German: missing, held by another program, no rights.
+std::string portOpenFailureText(const std::string& location, QSerialPort::SerialPortError error, const QString& qtText);
+
 class QtSerialLink : public SerialLink {
 public:
     explicit QtSerialLink(std::string systemLocation, qint32 baudRate = 921600);
@@ -36,8 +39,6 @@ public:
     const std::string& location() const { return location_; }
 
 private:
-    // The reason of a failed open in German: missing port, another program holding it, no rights.
-    std::string openFailureText(QSerialPort::SerialPortError error, const QString& qtText) const;
     void noteError();
     void pull(); // when the port's buffer is empty, fetch what the driver holds, without blocking
 

@@ -2,8 +2,10 @@
 #include "app/main_window.h"
 #include "editor/demo_catalogue.h"
 #include "editor/form2.h"
+#include "platform/mail.h"
 #include "flash/transfer.h"
 #include "local_http_server.h"
+#include "local_smtp_server.h"
 #include "scripted_dialogs.h"
 #include "sim_ports.h"
 #include "test_files.h"
@@ -11,6 +13,9 @@
 #include <QAction>
 #include <QComboBox>
 #include <QGroupBox>
+#include <QLineEdit>
+#include <QJsonArray>
+#include <QJsonObject>
 #include <QLabel>
 #include <QListWidget>
 #include <QProgressBar>
@@ -19,6 +24,7 @@
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTextEdit>
 #include <QTimer>
 
 #include <map>
@@ -565,6 +571,130 @@ private slots:
         QCOMPARE(ended, 53);
         QCOMPARE(win.dialogs->asked().last(), QString("VELTRO|Laufzeitfehler '53':\n\nDatei nicht gefunden"));
         QVERIFY(!w.isEnabled());
+    }
+
+    // The terminal on the controller's port: opening lines, typed lines as the controller gets
+    // them, its output kept byte for byte, the report and the image mail, closing.
+    void terminalRoad()
+    {
+        LocalSmtpServer smtp;
+        QVERIFY(smtp.start("w519e27c", "Hr5nWqa8LpteUy2KmbXo"));
+        qputenv("VELTRO_SMTP", QByteArray("127.0.0.1:") + QByteArray::number(smtp.port()));
+        qputenv("VELTRO_SUPPORT_MAIL", "support@veltro.example");
+        SimPorts ports;
+        auto& c = ports.add(4);
+        Window win;
+        MainWindow& w = win.w;
+        win.connectNow();
+        QTest::mouseClick(w.Command1, Qt::LeftButton);
+        QVERIFY(w.telnet->isVisible() && w.MSComm3->isOpen());
+        QCOMPARE(w.width(), tw(10200));
+        QCOMPARE(QByteArray::fromStdString(w.terminalText().text()),
+                 QByteArray("\rTERMINAL READY...\rSERIALNUMBER: 1A2B3C4D\r"));
+
+        // Typed lines as the controller receives them; nothing typed shows in the terminal.
+        struct Typed { QString text; bool escape; QByteArray wire; };
+        for (const Typed& t : {Typed{"ver", false, "ver\r"}, Typed{"AT", true, "AT"}, Typed{"", false, "\r"},
+                               Typed{"sendeeprom", false, "sendeeprom\r"}, Typed{"a{b", false, "a{b\r"}}) {
+            const qsizetype before = qsizetype(c.received().size());
+            QTest::keyClicks(w.telnetsendbox, t.text);
+            if (t.escape)
+                QTest::keyClick(w.telnetsendbox, Qt::Key_Escape);
+            QTest::keyClick(w.telnetsendbox, Qt::Key_Return);
+            QVERIFY(w.telnetsendbox->text().isEmpty());
+            QTRY_COMPARE(qsizetype(c.received().size()), before + t.wire.size());
+            const Bytes got = c.received();
+            QCOMPARE(QByteArray(reinterpret_cast<const char*>(got.data()) + before, t.wire.size()), t.wire);
+        }
+        QTRY_VERIFY(QByteArray::fromStdString(w.terminalText().text()).contains("OK a{b"));
+        QVERIFY(!QByteArray::fromStdString(w.terminalText().text()).contains("ver\r"));
+
+        // A long stream with CR LF and bare CR, also passed on to a connected remote service.
+        std::string remote;
+        w.remoteState = [] { return 7; };
+        w.remoteSend = [&](const std::string& bytes) { remote += bytes; };
+        const Bytes pattern = sim::VirtualController::streamPattern(200000);
+        c.streamText(pattern.size());
+        QTRY_VERIFY_WITH_TIMEOUT(c.streamFinished(), 20000);
+        const QByteArray stream(reinterpret_cast<const char*>(pattern.data()), qsizetype(pattern.size()));
+        QTRY_VERIFY(QByteArray::fromStdString(w.terminalText().text()).endsWith(stream));
+        QCOMPARE(QByteArray::fromStdString(remote), stream);
+        // The view shows the same last line (its own line breaks aside).
+        const QByteArray lastLine = stream.trimmed().split('\n').last().split('\r').last();
+        QTRY_COMPARE(w.terminal->toPlainText().trimmed().split('\n').last(), QString::fromLatin1(lastLine));
+
+        // BERICHT SENDEN: the file holds the terminal's text and CR LF; the mail carries it.
+        const QByteArray text = QByteArray::fromStdString(w.terminalText().text());
+        QSignalSpy reported(&w, &MainWindow::reportFinished);
+        QTest::mouseClick(w.Command3, Qt::LeftButton);
+        QVERIFY(reported.wait(20000));
+        const QByteArray log = readFile(ports.homePath() + "/terminal_log.txt");
+        QCOMPARE(log, text + "\r\n");
+        QCOMPARE(QByteArray::fromStdString(w.terminalText().text()),
+                 text + "\rDATEI GESPEICHERT!\r\rDATEI SENDEN...\r\rDATEI ERFOLGREICH GESENDET!\r");
+        QCOMPARE(smtp.messages().size(), 1);
+        const QJsonObject report = smtp.messages().last();
+        QVERIFY(report["authenticated"].toBool());
+        QCOMPARE(report["subject"].toString(), QString("Nachricht VELTRO S/N:1A2B3C4D"));
+        QCOMPARE(QByteArray::fromBase64(report["attachments"].toArray().at(0).toObject().value("data").toString().toLatin1()), log);
+
+        // SENDEEPROM mails the image and sends nothing to the controller.
+        const qsizetype before = qsizetype(c.received().size());
+        QSignalSpy mailed(&w, &MainWindow::imageMailFinished);
+        QTest::keyClicks(w.telnetsendbox, "SENDEEPROM jetzt");
+        QTest::keyClick(w.telnetsendbox, Qt::Key_Return);
+        QVERIFY(mailed.wait(20000));
+        QCOMPARE(mailed.last().at(0).toString(), QString(kMailSent));
+        QVERIFY(QByteArray::fromStdString(w.terminalText().text()).endsWith("\r\n++SEND DEVICE EEPROM TO SERVER..."));
+        QCOMPARE(qsizetype(c.received().size()), before);
+        const QJsonObject image = smtp.messages().last();
+        QCOMPARE(image["subject"].toString(), QString("EEPROM DOWNLOAD VELTRO S/N:1A2B3C4D"));
+        QCOMPARE(QByteArray::fromBase64(image["attachments"].toArray().at(0).toObject().value("data").toString().toLatin1()),
+                 readFile(ports.homePath() + "/1A2B3C4D.eep"));
+
+        // A mail server that is down: the file is still written, the result line is empty.
+        qputenv("VELTRO_SMTP", "127.0.0.1:9");
+        QTest::mouseClick(w.Command3, Qt::LeftButton);
+        QVERIFY(reported.wait(20000));
+        QCOMPARE(reported.last().at(0).toString(), QString());
+        QVERIFY(QByteArray::fromStdString(w.terminalText().text()).endsWith("\rDATEI SENDEN...\r\r\r"));
+        QVERIFY(readFile(ports.homePath() + "/terminal_log.txt").endsWith("++SEND DEVICE EEPROM TO SERVER...\r\n"));
+
+        // BEENDEN closes the port: another program can have it now.
+        QTest::mouseClick(w.Command2, Qt::LeftButton);
+        QVERIFY(!w.MSComm3->isOpen() && !w.telnet->isVisible());
+        QSerialPort other(QString::fromStdString(c.path()));
+        QVERIFY(other.open(QIODevice::ReadWrite));
+        qunsetenv("VELTRO_SMTP");
+        qunsetenv("VELTRO_SUPPORT_MAIL");
+    }
+
+    // A port another program holds, and a controller pulled out while the terminal is open:
+    // one line each, and the window stays usable.
+    void terminalPortFaults()
+    {
+        SimPorts ports;
+        auto& c = ports.add(4);
+        Window win;
+        MainWindow& w = win.w;
+        win.connectNow();
+        {
+            QSerialPort other(QString::fromStdString(c.path()));
+            QVERIFY(other.open(QIODevice::ReadWrite));
+            QTest::mouseClick(w.Command1, Qt::LeftButton);
+            QVERIFY(!w.MSComm3->isOpen());
+            QVERIFY(QByteArray::fromStdString(w.terminalText().text())
+                        .contains("++TERMINAL: Com-Port 4 kann nicht geöffnet werden: Port wird von einem anderen Programm benutzt"));
+        }
+        QTest::mouseClick(w.Command1, Qt::LeftButton);
+        QVERIFY(w.MSComm3->isOpen());
+        c.unplug();
+        QTRY_VERIFY(!w.MSComm3->isOpen());
+        QTest::qWait(200);
+        QCOMPARE(QByteArray::fromStdString(w.terminalText().text()).count("Verbindung zum Controller unterbrochen!"), 1);
+        QTest::keyClicks(w.telnetsendbox, "ver");
+        QTest::keyClick(w.telnetsendbox, Qt::Key_Return);
+        QVERIFY(QByteArray::fromStdString(w.terminalText().text()).endsWith("++TERMINAL: Com-Port nicht offen\r\n"));
     }
 
     void firmwareUpdate()

@@ -188,9 +188,11 @@ void MainWindow::buildControls()
         terminal->setReadOnly(true);
         terminal->setAcceptRichText(false);
         terminal->setAccessibleName("TELNET - TERMINAL");
-        // All of the terminal is green: set once here instead of recolouring the text.
+        // All of the terminal is green: set once here instead of recolouring the text. Bright
+        // green on white is hard to read, so the terminal is dark.
         QPalette green = terminal->palette();
         green.setColor(QPalette::Text, QColor(0, 255, 0));
+        green.setColor(QPalette::Base, QColor(0, 0, 0));
         terminal->setPalette(green);
         telnetsendbox = new QLineEdit(telnet);
         telnetsendbox->setObjectName("telnetsendbox");

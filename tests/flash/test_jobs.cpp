@@ -232,6 +232,9 @@ private slots:
         QCOMPARE(rig.c.receivedImage(), Bytes(128, 0));
 
         rig.dialogs.fileAnswer.reset();
+        // The job returns once its end of transmission is written; the controller may read it
+        // a moment later.
+        QTRY_VERIFY(rig.c.bootReport().complete);
         const std::size_t sent = rig.c.received().size();
         r = runConfigUpload(in, rig.dialogs, rig.reporter, rig.factory);
         QVERIFY(r.cancelled);

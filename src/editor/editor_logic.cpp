@@ -81,11 +81,12 @@ EditorView startEditor(const std::vector<CatalogueEntry>& catalogue, int vehicle
     return v;
 }
 
-void loadVehicle(EditorView& view, const VehicleDescription& vehicle, const std::string& btversion)
+void loadVehicle(EditorView& view, VehicleDescription data, const std::string& btversion)
 {
     view.vehicleEnabled = false;
     view.heightTwips = kEditorHeightFull;
-    view.vehicleData = vehicle;
+    view.vehicleData = std::move(data);
+    const VehicleDescription& vehicle = view.vehicleData;
     EditorChoice& c = view.choice;
     for (int line = 0; line < kDisplayLineCount; ++line)
         c.displayLines[std::size_t(line)] =
@@ -124,8 +125,7 @@ void loadVehicleFromFolder(const std::string& folder, EditorView& view, const st
     if (view.vehicle < 0 || view.vehicle >= int(view.dataFiles.size()))
         throw RuntimeError(ErrNo::InvalidProperty, "no vehicle chosen");
     writeLastSelection(folder + "/lastsel.inc", view.vehicle);
-    const VehicleDescription data = loadVehicleData(folder + "/" + view.dataFiles[std::size_t(view.vehicle)]);
-    loadVehicle(view, data, btversion);
+    loadVehicle(view, loadVehicleData(folder + "/" + view.dataFiles[std::size_t(view.vehicle)]), btversion);
 }
 
 EditorView openEditor(const std::string& folder, const EditorLink& link, char decimalSeparator)

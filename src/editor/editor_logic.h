@@ -63,7 +63,7 @@ EditorView startEditor(const std::vector<CatalogueEntry>& catalogue, int vehicle
 
 // "LADEN!" after the vehicle data file is read: the vehicle is fixed, the window opens fully,
 // the lists fill, the choices follow the image, and layouts below 181 lock most controls.
-void loadVehicle(EditorView& view, const VehicleDescription& vehicle, const std::string& btversion);
+void loadVehicle(EditorView& view, VehicleDescription vehicle, const std::string& btversion);
 
 // The opening on the program folder's files, in the order the device tool touches them:
 // vehicles.inc, the vehicle number, serial.eep (created when missing).

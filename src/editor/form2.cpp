@@ -205,7 +205,11 @@ void Form2::display(const EditorView& v)
     // The six display lines share one list of the vehicle's values.
     if (!displayValues_)
         displayValues_ = new QStringListModel(this);
-    displayValues_->setStringList(toQt(v.entries(0)));
+    QStringList names;
+    names.reserve(qsizetype(v.vehicleData.displayValues.size()));
+    for (const DisplayValue& d : v.vehicleData.displayValues)
+        names << windows1252ToQString(d.name);
+    displayValues_->setStringList(names);
     for (int k = 0; k < kEditorListCount; ++k) {
         QComboBox* box = displayzeile[std::size_t(k)];
         if (k < kDisplayLineCount) {
@@ -227,7 +231,8 @@ void Form2::display(const EditorView& v)
 
     const bool full = v.heightTwips == kEditorHeightFull;
     Frame2->setVisible(full);
-    resize(tw(kWidthTwips), tw(v.heightTwips));
+    if (size() != QSize(tw(kWidthTwips), tw(v.heightTwips)))
+        resize(tw(kWidthTwips), tw(v.heightTwips));
 }
 
 void Form2::takeChoices()

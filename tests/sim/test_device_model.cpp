@@ -288,15 +288,6 @@ private slots:
         QCOMPARE(slice(p, 0, lastLine), slice(longer, 0, lastLine));
         QCOMPARE(slice(longer, 0, 26), text("0000000 ()*+,-./01234567\r\n"));
     }
-    void streamPatternFingerprint()
-    {
-        // FNV-1a of the 92,160 bytes of one second on the wire: the text must not drift.
-        std::uint32_t h = 2166136261u;
-        for (std::uint8_t b : DeviceModel::streamPattern(92160))
-            h = (h ^ b) * 16777619u;
-        QCOMPARE(h, 3384841472u);
-    }
-
     // Stream text goes out in order in pieces of at most a millisecond, never ahead of the wire,
     // and ends one wire time after its start; lines typed meanwhile are answered after it, a
     // request or a mode byte restarts the controller and cuts it off.

@@ -2,6 +2,8 @@
 
 #include "platform/internet.h"
 
+#include <QByteArray>
+
 #include <curl/curl.h>
 
 #include <atomic>
@@ -39,31 +41,12 @@ std::string dateHeader()
     return text;
 }
 
-std::string base64(const std::string& bytes)
-{
-    static const char digits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string out;
-    std::size_t i = 0;
-    for (; i + 2 < bytes.size(); i += 3) {
-        const unsigned v = unsigned((unsigned char)bytes[i]) << 16 | unsigned((unsigned char)bytes[i + 1]) << 8 |
-                           (unsigned char)bytes[i + 2];
-        out += {digits[v >> 18], digits[(v >> 12) & 63], digits[(v >> 6) & 63], digits[v & 63]};
-    }
-    if (i + 1 == bytes.size()) {
-        const unsigned v = unsigned((unsigned char)bytes[i]) << 16;
-        out += {digits[v >> 18], digits[(v >> 12) & 63], '=', '='};
-    } else if (i + 2 == bytes.size()) {
-        const unsigned v = unsigned((unsigned char)bytes[i]) << 16 | unsigned((unsigned char)bytes[i + 1]) << 8;
-        out += {digits[v >> 18], digits[(v >> 12) & 63], digits[(v >> 6) & 63], '='};
-    }
-    return out;
-}
-
 // A header text with anything beyond ASCII as one encoded word.
 std::string headerText(const std::string& text)
 {
     for (unsigned char c : text)
-        if (c >= 0x80 || c < 0x20) return "=?UTF-8?B?" + base64(text) + "?=";
+        if (c >= 0x80 || c < 0x20)
+            return "=?UTF-8?B?" + QByteArray::fromStdString(text).toBase64().toStdString() + "?=";
     return text;
 }
 

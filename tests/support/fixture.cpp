@@ -1,8 +1,45 @@
-#include "test_certificate.h"
+#include "fixture.h"
 
-#include <QProcess>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
 
 namespace veltro::test {
+
+QJsonObject startFixture(QProcess& process, const QString& script, const QStringList& args)
+{
+    // The system's python first: aiosmtpd belongs to it, and a python shim on PATH may be slow
+    // to start or lack ssl.
+    const QString python = QFile::exists("/usr/bin/python3") ? "/usr/bin/python3" : "python3";
+    const QString support = qEnvironmentVariable("VELTRO_TEST_SUPPORT", QFileInfo(__FILE__).absolutePath());
+    process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    process.start(python, QStringList{support + "/" + script} + args);
+    while (!process.canReadLine())
+        if (!process.waitForReadyRead(15000))
+            return {};
+    return QJsonDocument::fromJson(process.readLine()).object();
+}
+
+void stopFixture(QProcess& process)
+{
+    if (process.state() == QProcess::NotRunning)
+        return;
+    process.closeWriteChannel(); // the server ends when its input closes
+    if (!process.waitForFinished(3000)) {
+        process.kill();
+        process.waitForFinished(3000);
+    }
+}
+
+QList<QJsonObject> readJsonLines(const QString& path)
+{
+    QList<QJsonObject> entries;
+    QFile log(path);
+    if (log.open(QIODevice::ReadOnly))
+        while (!log.atEnd())
+            entries << QJsonDocument::fromJson(log.readLine()).object();
+    return entries;
+}
 
 bool makeTestCertificate(const QString& dir)
 {

@@ -157,22 +157,19 @@ int cmdReadout(int port, std::ostream& out, std::ostream& err)
 
 int cmdTransfer(bool firmware, const std::string& file, int port, std::ostream& err)
 {
-    // Refused before the bootloader is woken: the controller stays as it is.
-    std::ifstream in(file, std::ios::binary);
-    const Bytes raw((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (in.is_open()) {
-        if (const auto why = imageRefusal(raw, firmware ? ImageKind::Firmware : ImageKind::Configuration)) {
-            err << file << ": " << *why << '\n';
-            return 1;
-        }
-    }
-    Bytes image;
+    Bytes raw;
     try {
-        image = LoadTransferImage(file);
+        raw = loadImageFile(file);
     } catch (const RuntimeError& e) {
         err << file << ": " << e.text() << '\n';
         return 1;
     }
+    // Refused before the bootloader is woken: the controller stays as it is.
+    if (const auto why = imageRefusal(raw, firmware ? ImageKind::Firmware : ImageKind::Configuration)) {
+        err << file << ": " << *why << '\n';
+        return 1;
+    }
+    const Bytes image = transferImageOf(raw);
     StreamReporter reporter(err);
     auto link = PortSerialLinkFactory().create(port);
     const TransferOutcome outcome = runTransfer(

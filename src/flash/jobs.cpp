@@ -144,19 +144,19 @@ FirmwareResult runFirmwareUpdate(const FirmwareInputs& in, Dialogs& dialogs, Rep
         return result;
     }
     reporter.step("Download erfolgreich");
-    // Checked before the bootloader is woken: a refused file leaves the controller as it is.
-    if (const auto why = imageRefusal(readBytes(image), ImageKind::Firmware, downloaded.contentType)) {
-        reporter.step(*why);
-        return result;
-    }
-
-    Bytes transferImage;
+    Bytes file;
     try {
-        transferImage = LoadTransferImage(image);
+        file = loadImageFile(image);
     } catch (const RuntimeError& e) {
         reporter.step("Firmware-Datei nicht lesbar: " + e.text());
         return result;
     }
+    // Checked before the bootloader is woken: a refused file leaves the controller as it is.
+    if (const auto why = imageRefusal(file, ImageKind::Firmware, downloaded.contentType)) {
+        reporter.step(*why);
+        return result;
+    }
+    const Bytes transferImage = transferImageOf(file);
     auto link = ports.create(in.port);
     result.transfer = runTransfer(*link, transferImage, TransferParams::firmware(), reporter);
     result.flashed = *result.transfer == TransferOutcome::Success;

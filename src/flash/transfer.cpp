@@ -18,15 +18,20 @@ Bytes transferImageOf(const Bytes& file)
     return image; // the byte after the file is the terminating zero; the rest stays zero
 }
 
-Bytes LoadTransferImage(const std::string& path)
+Bytes loadImageFile(const std::string& path)
 {
     std::ifstream in(path, std::ios::binary);
     if (!in)
         throw RuntimeError(ErrNo::FileNotFound, path);
-    const Bytes file((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    Bytes file((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     if (in.bad())
         throw RuntimeError(ErrNo::FileNotFound, path);
-    return transferImageOf(file);
+    return file;
+}
+
+Bytes LoadTransferImage(const std::string& path)
+{
+    return transferImageOf(loadImageFile(path));
 }
 
 int blockComplement(int n, int previous)

@@ -33,6 +33,8 @@ inline constexpr std::uint8_t ConfigurationMode = 0x7C; // "|"
 // block. A length that is already a multiple of 128 still gets a whole extra block; an empty
 // file gives one block. A file that cannot be read raises error 53.
 Bytes LoadTransferImage(const std::string& path);
+// The file's bytes as they are (what is checked before a transfer); error 53 as above.
+Bytes loadImageFile(const std::string& path);
 Bytes transferImageOf(const Bytes& file);
 
 // Block numbers count from 1. The complement by range of n; above 1275 the previous value

@@ -3,6 +3,8 @@
 #include "editor/codec.h"
 #include "util/twips.h"
 
+#include <algorithm>
+
 #include <QCheckBox>
 #include <QCloseEvent>
 #include <QComboBox>
@@ -12,14 +14,64 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
+#include <QPainter>
 #include <QPushButton>
 #include <QStringListModel>
+#include <QStyle>
+#include <QStyleOptionComboBox>
+#include <QStyleOptionGroupBox>
+#include <qdrawutil.h>
 #include <QVBoxLayout>
 
 namespace veltro {
 
 namespace {
 constexpr int kWidthTwips = 9600;
+
+// A list box as wide as a fixed number of characters. A vehicle can have thousands of values,
+// so the box is not sized by measuring its entries; QComboBox's own fixed-length policy would do
+// that too, but setting it builds the popup (a list view, two scroll bars, two scrollers) at
+// once for every box, which was most of the window's construction time.
+class FixedWidthCombo : public QComboBox {
+public:
+    FixedWidthCombo(int characters, QWidget* parent) : QComboBox(parent), characters_(characters) {}
+
+    QSize sizeHint() const override
+    {
+        QStyleOptionComboBox option;
+        initStyleOption(&option);
+        const QFontMetrics& fm = fontMetrics();
+        const QSize text(characters_ * fm.horizontalAdvance(u'X'), std::max(fm.height(), 14) + 2);
+        return style()->sizeFromContents(QStyle::CT_ComboBox, &option, text, this);
+    }
+    QSize minimumSizeHint() const override { return sizeHint(); }
+
+private:
+    int characters_;
+};
+
+// A frame with its caption, drawn as a plain etched border. The style's own group box stretches
+// a translucent picture over the whole inside; on the configuration frame that cost more than
+// painting every control in it.
+class Frame : public QGroupBox {
+public:
+    Frame(const QString& caption, QWidget* parent) : QGroupBox(caption, parent) {}
+
+protected:
+    void paintEvent(QPaintEvent*) override
+    {
+        QPainter painter(this);
+        QStyleOptionGroupBox option;
+        initStyleOption(&option);
+        const QRect label = style()->subControlRect(QStyle::CC_GroupBox, &option, QStyle::SC_GroupBoxLabel, this);
+        const QRect frame = rect().adjusted(0, label.center().y(), 0, 0);
+        qDrawShadeRect(&painter, frame, palette(), true, 1);
+        const QRect caption = label.translated(8, 0).adjusted(-2, 0, 2, 0);
+        painter.fillRect(caption, palette().window());
+        style()->drawItemText(&painter, caption, Qt::AlignCenter | Qt::TextShowMnemonic, palette(), isEnabled(),
+                              title(), QPalette::WindowText);
+    }
+};
 
 QStringList toQt(const std::vector<std::string>& texts)
 {
@@ -48,20 +100,18 @@ Form2::Form2(std::string folder, EditorLink link, std::shared_ptr<Dialogs> dialo
     outer->setContentsMargins(tw(150), tw(90), tw(150), tw(90));
     outer->setSpacing(tw(90));
 
-    Frame1 = named(new QGroupBox("Fahrzeugauswahl", this), "Frame1");
+    Frame1 = named(new Frame("Fahrzeugauswahl", this), "Frame1");
     {
         auto* row = new QHBoxLayout(Frame1);
-        Combo1 = named(new QComboBox(Frame1), "Combo1");
+        Combo1 = named(new FixedWidthCombo(30, Frame1), "Combo1");
         Combo1->setAccessibleName("Fahrzeugauswahl");
-        Combo1->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
-        Combo1->setMinimumContentsLength(30);
         Command1 = named(new QPushButton("LADEN!", Frame1), "Command1");
         row->addWidget(Combo1, 1);
         row->addWidget(Command1);
     }
     outer->addWidget(Frame1);
 
-    Frame2 = named(new QGroupBox("Konfiguration", this), "Frame2");
+    Frame2 = named(new Frame("Konfiguration", this), "Frame2");
     {
         auto* grid = new QGridLayout(Frame2);
         grid->setVerticalSpacing(3);
@@ -73,12 +123,8 @@ Form2::Form2(std::string folder, EditorLink link, std::shared_ptr<Dialogs> dialo
         Label2 = named(new QLabel("Batteriespannung:", Frame2), "Label2");
         Label3 = named(new QLabel("Warnung bei Spannung <:", Frame2), "Label3");
         for (int k = 0; k < kEditorListCount; ++k) {
-            auto* box = new QComboBox(Frame2);
+            auto* box = new FixedWidthCombo(22, Frame2);
             box->setObjectName(QString("displayzeile_%1").arg(k));
-            // A vehicle can have thousands of values: size the box by a fixed text length
-            // instead of measuring every entry.
-            box->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
-            box->setMinimumContentsLength(22);
             displayzeile[std::size_t(k)] = box;
         }
         for (int k = 0; k < kDisplayLineCount; ++k)

@@ -10,6 +10,7 @@
 #include "sim_ports.h"
 #include "test_files.h"
 
+#include <QAccessible>
 #include <QAction>
 #include <QComboBox>
 #include <QGroupBox>
@@ -27,6 +28,7 @@
 #include <QTextEdit>
 #include <QTimer>
 
+#include <functional>
 #include <map>
 
 using namespace veltro;
@@ -46,6 +48,21 @@ struct Served {
         server.exportEnvironment();
     }
 };
+
+// Every (role, name) in the accessibility tree under `widget`, as a screen reader finds them.
+QSet<QPair<int, QString>> accessibleControls(QWidget* widget)
+{
+    QSet<QPair<int, QString>> found;
+    std::function<void(QAccessibleInterface*)> walk = [&](QAccessibleInterface* node) {
+        if (!node || !node->isValid())
+            return;
+        found.insert({int(node->role()), node->text(QAccessible::Name)});
+        for (int i = 0; i < node->childCount(); ++i)
+            walk(node->child(i));
+    };
+    walk(QAccessible::queryAccessibleInterface(widget));
+    return found;
+}
 
 // A started main window; connectNow() clicks VERBINDEN and keeps the status texts shown until
 // the connect has finished (byte values left out).
@@ -533,6 +550,18 @@ private slots:
         QVERIFY(!form->Combo1->isEnabled() && !form->Command1->isEnabled());
         QCOMPARE(form->Combo1->currentIndex(), 1);
         QCOMPARE(form->height(), tw(kEditorHeightFull));
+        // The frames and list boxes draw and size themselves: a screen reader still finds them
+        // (on Linux a list box is named by its value and captioned by its label).
+        const auto controls = accessibleControls(form);
+        for (const auto& [role, name] : std::initializer_list<std::pair<QAccessible::Role, QString>>{
+                 {QAccessible::Grouping, "Fahrzeugauswahl"}, {QAccessible::Grouping, "Konfiguration"},
+                 {QAccessible::ComboBox, "Norrik Traktor NT 120 (ab 2016)"}, {QAccessible::Button, "LADEN!"},
+                 {QAccessible::Button, "Speichern und auf VELTRO laden!"}})
+            QVERIFY2(controls.contains({int(role), name}), qPrintable(name));
+        const auto captions = QAccessible::queryAccessibleInterface(form->displayzeile[kSpeedList])
+                                  ->relations(QAccessible::Label);
+        QVERIFY(!captions.isEmpty());
+        QCOMPARE(captions.first().first->text(QAccessible::Name), QString("Anzeige-Geschwindigkeit:"));
 
         QTest::mouseClick(form->Command4, Qt::LeftButton);
         const std::size_t xLength = form->view.vehicleData.displayValues.at(0).valueX.size();

@@ -1,0 +1,132 @@
+// The socket's state numbers: the mapping as a table of what Qt reports, and a real client
+// against real servers on 127.0.0.1.
+#include "platform/tcp_client.h"
+
+#include <QSignalSpy>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTest>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <memory>
+#include <vector>
+
+using namespace veltro;
+using S = QAbstractSocket;
+
+class TestTcpClient : public QObject {
+    Q_OBJECT
+private slots:
+    void mapping_data()
+    {
+        QTest::addColumn<int>("state");
+        QTest::addColumn<int>("error");
+        QTest::addColumn<bool>("closedByUs");
+        QTest::addColumn<int>("number");
+        QTest::newRow("never connected") << int(S::UnconnectedState) << int(S::UnknownSocketError) << false << 0;
+        QTest::newRow("looking up") << int(S::HostLookupState) << int(S::UnknownSocketError) << false << 4;
+        QTest::newRow("connecting") << int(S::ConnectingState) << int(S::UnknownSocketError) << false << 6;
+        QTest::newRow("connected") << int(S::ConnectedState) << int(S::UnknownSocketError) << false << 7;
+        // The server's close is reported while the socket is still connected.
+        QTest::newRow("server closing, not yet gone") << int(S::ConnectedState) << int(S::RemoteHostClosedError) << false << 7;
+        QTest::newRow("closed by the server") << int(S::UnconnectedState) << int(S::RemoteHostClosedError) << false << 8;
+        QTest::newRow("closing") << int(S::ClosingState) << int(S::UnknownSocketError) << false << 8;
+        QTest::newRow("refused") << int(S::UnconnectedState) << int(S::ConnectionRefusedError) << false << 9;
+        QTest::newRow("no such host") << int(S::UnconnectedState) << int(S::HostNotFoundError) << false << 9;
+        QTest::newRow("timed out") << int(S::UnconnectedState) << int(S::SocketTimeoutError) << false << 9;
+        // Qt keeps the error after close(): the tool's own close still reads closed.
+        QTest::newRow("closed by us after the server") << int(S::UnconnectedState) << int(S::RemoteHostClosedError) << true << 0;
+        QTest::newRow("closed by us after an error") << int(S::UnconnectedState) << int(S::ConnectionRefusedError) << true << 0;
+    }
+    void mapping()
+    {
+        QFETCH(int, state);
+        QFETCH(int, error);
+        QFETCH(bool, closedByUs);
+        QFETCH(int, number);
+        QCOMPARE(tcpStateNumber(S::SocketState(state), S::SocketError(error), closedByUs), number);
+    }
+
+    // Accepted -> 7 with no Nagle delay, data both ways, the server closes -> 8 and stays so,
+    // the tool closes -> 0.
+    void realServer()
+    {
+        QTcpServer server;
+        QVERIFY(server.listen(QHostAddress::LocalHost, 0));
+        TcpClient client;
+        QCOMPARE(client.state(), 0);
+        client.connectTo("127.0.0.1", server.serverPort());
+        QTRY_COMPARE(client.state(), 7);
+        QTRY_VERIFY(server.hasPendingConnections());
+        std::unique_ptr<QTcpSocket> peer(server.nextPendingConnection());
+        QCOMPARE(client.socket()->socketOption(S::LowDelayOption).toInt(), 1);
+
+        QVERIFY(client.send("to the server"));
+        QByteArray got;
+        QTRY_COMPARE(got += peer->readAll(), QByteArray("to the server"));
+        QSignalSpy arrived(&client, &TcpClient::dataArrived);
+        peer->write("to the tool");
+        QVERIFY(arrived.wait(5000));
+        QCOMPARE(arrived.first().first().toByteArray(), QByteArray("to the tool"));
+
+        peer->close();
+        QTRY_COMPARE(client.state(), 8);
+        QTest::qWait(100);
+        QCOMPARE(client.state(), 8);
+        QVERIFY(!client.send("gone"));
+        client.close();
+        QCOMPARE(client.state(), 0);
+    }
+
+    // Connects that cannot succeed all end in 9: a refused port, the host of an empty record,
+    // a port that is not a number, and a server that never accepts.
+    void failedConnects()
+    {
+        quint16 closedPort = 0;
+        {
+            QTcpServer gone;
+            QVERIFY(gone.listen(QHostAddress::LocalHost, 0));
+            closedPort = gone.serverPort();
+        }
+        TcpClient client;
+        client.connectTo("127.0.0.1", closedPort);
+        QTRY_COMPARE(client.state(), 9);
+        client.connectTo("...", 4000);
+        QTRY_COMPARE(client.state(), 9);
+        client.connectTo("127.0.0.1", -1);
+        QCOMPARE(client.state(), 9);
+        client.close();
+        QCOMPARE(client.state(), 0);
+
+        // A listening socket whose queue is full drops further connects unanswered.
+        const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        QCOMPARE(::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        QCOMPARE(::listen(fd, 0), 0);
+        socklen_t length = sizeof address;
+        ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+        const quint16 port = ntohs(address.sin_port);
+        std::vector<std::unique_ptr<QTcpSocket>> fillers;
+        for (int i = 0; i < 8; ++i) {
+            fillers.push_back(std::make_unique<QTcpSocket>());
+            fillers.back()->connectToHost("127.0.0.1", port);
+            if (!fillers.back()->waitForConnected(500))
+                break;
+        }
+        QVERIFY(fillers.back()->state() != S::ConnectedState);
+        client.setConnectTimeout(300);
+        client.connectTo("127.0.0.1", port);
+        QCOMPARE(client.state(), 6);
+        QTRY_COMPARE(client.state(), 9);
+        ::close(fd);
+    }
+};
+
+QTEST_MAIN(TestTcpClient)
+#include "test_tcp_client.moc"

@@ -201,10 +201,13 @@ void setTransferTimeouts(long connectMs, long textTotalMs, long downloadTotalMs)
     gDownloadMs = downloadTotalMs;
 }
 
-FetchResult fetchText(const std::string& url)
+namespace {
+FetchResult fetch(const std::string& url, bool errorPages)
 {
     FetchResult result;
     Transfer t(url, gTextMs.load());
+    if (t.curl && errorPages)
+        curl_easy_setopt(t.curl, CURLOPT_FAILONERROR, 0L);
     if (!t.curl) {
         result.error = "libcurl nicht verfügbar";
         return result;
@@ -223,6 +226,17 @@ FetchResult fetchText(const std::string& url)
         std::string().swap(result.body);
     }
     return result;
+}
+} // namespace
+
+FetchResult fetchText(const std::string& url)
+{
+    return fetch(url, false);
+}
+
+FetchResult fetchPage(const std::string& url)
+{
+    return fetch(url, true);
 }
 
 static_assert(kDownloadOverLimit == int(CURLE_FILESIZE_EXCEEDED));

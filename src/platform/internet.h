@@ -24,6 +24,9 @@ inline constexpr std::int64_t kDownloadLimit = 1024 * 1024;
 // GET a URL as text. HTTP errors (404 and the like) are failures, and so is a reply longer
 // than kTextLimit.
 FetchResult fetchText(const std::string& url);
+// GET a URL as text the way a browser shows it: an error page (404 and the like) is a reply,
+// with its status in httpStatus. Fails only when no reply came or it is longer than kTextLimit.
+FetchResult fetchPage(const std::string& url);
 
 // Called now and then during a download with the bytes received so far and the size the
 // server announced (0 when it did not). Returning false cancels the download.

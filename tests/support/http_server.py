@@ -3,7 +3,7 @@
 
 Prints {"http": PORT, "https": PORT} once both listen; ends when its standard input closes.
 Each request is logged to LOG as a JSON line (path; headers, names in lower case) before it is
-answered. Files answer 200, anything else 404; a path under /stall/ is never answered, one
+answered. Files answer 200, anything else 404 with an HTML page; a path under /stall/ is never answered, one
 under /page200/ is answered 200 with an HTML page whatever it names (a captive portal), and
 one under /endless/ with a text body that never ends.
 """
@@ -56,7 +56,7 @@ class Handler(http.server.SimpleHTTPRequestHandler):
             self.close_connection = True
             return
         local = self.translate_path(self.path)
-        status, body = 404, b"Not Found\n"
+        status, body = 404, b"<!DOCTYPE HTML>\n<html><head><title>404 Not Found</title></head><body>Not Found</body></html>\n"
         if os.path.isfile(local):
             with open(local, "rb") as f:
                 status, body = 200, f.read()

@@ -12,7 +12,11 @@
 #include "flash/jobs.h"
 #include "platform/port_numbering.h"
 #include "platform/program_folder.h"
+#include "platform/endpoints.h"
+#include "platform/internet.h"
 #include "platform/qt_serial_link.h"
+#include "platform/tcp_client.h"
+#include "remote/remote_service.h"
 #include "util/runtime_error.h"
 
 #include <QAction>
@@ -224,6 +228,11 @@ void MainWindow::buildControls()
             terminalAppend(std::string("\r\n++TERMINAL: ") + kLinkLostText + "\r\n");
         }
     });
+    Winsock1 = new TcpClient(this);
+    Winsock1->setObjectName("Winsock1");
+    connect(Winsock1, &TcpClient::dataArrived, this, &MainWindow::Winsock1_DataArrival);
+    laststatus = label("500", telnet, "laststatus");
+    laststatus->setVisible(false);
     // Device output is gathered and shown in one go, so a fast stream costs a few updates a
     // second instead of one per read.
     terminalFlush_ = new QTimer(this);
@@ -274,6 +283,7 @@ void MainWindow::buildControls()
     connect(Timer2, &QTimer::timeout, this, &MainWindow::Timer2_Timer);
     connect(Timer3, &QTimer::timeout, this, &MainWindow::Timer3_Timer);
     connect(Timer5, &QTimer::timeout, this, &MainWindow::Timer5_Timer);
+    connect(Timer4, &QTimer::timeout, this, &MainWindow::Timer4_Timer);
 
     connect(Comboport, &QComboBox::currentIndexChanged, this, [this](int index) {
         if (index >= 0) Comboport_Click();
@@ -285,6 +295,7 @@ void MainWindow::buildControls()
     connect(Command10, &QPushButton::clicked, this, &MainWindow::Command10_Click);
     connect(Command1, &QPushButton::clicked, this, &MainWindow::Command1_Click);
     connect(Command3, &QPushButton::clicked, this, &MainWindow::Command3_Click);
+    connect(Command9, &QPushButton::clicked, this, &MainWindow::Command9_Click);
     connect(Command17, &QPushButton::clicked, this, &MainWindow::Command17_Click);
     connect(Command15, &QPushButton::clicked, this, &MainWindow::Command15_Click);
     connect(Command5, &QPushButton::clicked, this, &MainWindow::Command5_Click);
@@ -905,6 +916,8 @@ void MainWindow::Command1_Click()
                                                  : portOpenFailureText(location, MSComm3->error(), MSComm3->errorString());
         MSComm3->clearError();
         terminalAppend("\r\n++TERMINAL: Com-Port " + std::to_string(port) + " kann nicht geöffnet werden: " + why + "\r\n");
+    } else {
+        remoteDropShown_ = false;
     }
     terminalAppend(terminalGreeting(serialFromLabel(Label5->text().toStdString())));
 }
@@ -944,8 +957,94 @@ void MainWindow::MSComm3_OnComm()
         return;
     const std::string bytes(data.constData(), std::size_t(data.size()));
     terminalAppend(bytes);
-    if (remoteState && remoteSend && remoteState() == 7)
-        remoteSend(bytes);
+    if (Winsock1->state() == 7)
+        Winsock1->send(data);
+}
+
+void MainWindow::terminalLine(const std::string& line)
+{
+    terminalAppend("\r\n" + line);
+}
+
+void MainWindow::Command9_Click()
+{
+    if (remoteFetching_)
+        return;
+    Winsock1->close();
+    // The record comes from the web server on a worker; "REMOTE" waits for it, and so does
+    // the state poll, which would otherwise show the closed socket in between.
+    remoteFetching_ = true;
+    Command9->setEnabled(false);
+    const bool polling = Timer4->isActive();
+    Timer4->stop();
+    const std::string url = endpoints::webHttpRoot() + remoteRecordPath(state.fwupdateser.toStdString());
+    jobs_.run<FetchResult>([url] { return fetchPage(url); }, [this, polling](FetchResult reply) {
+        remoteFetching_ = false;
+        const RemoteRecord record = reply.ok ? parseRemoteRecord(reply.body) : RemoteRecord{};
+        if (!reply.ok) {
+            // No reply at all, not even an error page: the web server is not reachable.
+            terminalLine("++WEBSERVER NICHT ERREICHBAR: " + reply.error);
+        }
+        if (!record.found) {
+            terminalLine("++NO CONNECTIONDATA FOUND!");
+            Command9->setEnabled(true);
+        } else {
+            terminalLine("++CONNECTIONDATA FOUND!");
+            terminalLine("++BAUDRATE: " + record.baud);
+            Winsock1->close();
+            remoteDropShown_ = false;
+            // A port that is not a number fails like a refused connect: state 9.
+            Winsock1->connectTo(QString::fromStdString(record.host), record.port.value_or(-1));
+            terminalLine("++TRY TO CONNECT TO SERVER...");
+        }
+        if (record.found || polling)
+            Timer4->start();
+        emit remoteRecordHandled();
+    });
+}
+
+void MainWindow::Timer4_Timer()
+{
+    const std::optional<int> changed = stateChange(Winsock1->state(), laststatus->text().toStdString());
+    if (!changed)
+        return;
+    const std::string line = tcpStateLine(*changed);
+    if (!line.empty())
+        terminalLine(line);
+    if (remoteReady(*changed))
+        Command9->setEnabled(true);
+    laststatus->setText(QString::number(*changed));
+}
+
+void MainWindow::Winsock1_DataArrival(const QByteArray& data)
+{
+    const std::string chunk(data.constData(), std::size_t(data.size()));
+    switch (serverCommand(chunk)) {
+    case ServerCommand::SendEeprom: {
+        // The reply follows the mail, sent or not, so the server finds it in its mailbox.
+        const MailRequest mail = imageMail(state.fwupdateser.toStdString(), programFolder());
+        jobs_.run<std::string>([mail] { return sendMail(mail); }, [this](const std::string&) {
+            terminalLine(kSendEepromLine);
+            Winsock1->send(QByteArray(kSendEepromLine) + '\r');
+            emit remoteCommandAnswered();
+        });
+        return;
+    }
+    case ServerCommand::GetEeprom:
+        terminalLine(kGetEepromLine);
+        Winsock1->send(QByteArray(kGetEepromLine) + '\r');
+        emit remoteCommandAnswered();
+        return;
+    case ServerCommand::None:
+        break;
+    }
+    if (MSComm3->isOpen()) {
+        MSComm3->write(data);
+    } else if (!remoteDropShown_) {
+        // Said once, not for every chunk the server sends.
+        remoteDropShown_ = true;
+        terminalAppend("\r\n++TERMINAL: Com-Port nicht offen, Daten vom Server verworfen\r\n");
+    }
 }
 
 void MainWindow::telnetsendbox_KeyUp(int keyCode, int shift)

@@ -32,6 +32,7 @@ struct ScanEntry;
 struct ConnectResult;
 class Dialogs;
 class Form2;
+class TcpClient;
 
 class MainWindow : public QMainWindow {
     Q_OBJECT
@@ -93,10 +94,10 @@ public:
     QLabel* lastkey = nullptr;      // hidden: the last key released in the input line, "27-0"
     QSerialPort* MSComm3 = nullptr; // the device's text port, open while the terminal is
     const TerminalText& terminalText() const { return terminal_; }
-    // The remote service's socket as the terminal sees it: its state number (7: connected)
-    // and a send of what the device prints. Unset: no remote service.
-    std::function<int()> remoteState;
-    std::function<void(const std::string&)> remoteSend;
+    // Remote service ("REMOTE"): the socket to the service server and the last state the
+    // poll (Timer4) has shown, hidden.
+    TcpClient* Winsock1 = nullptr;
+    QLabel* laststatus = nullptr;
     // Service buttons, not in the visible layout
     QPushButton* Command15 = nullptr;
     QPushButton* Command5 = nullptr;
@@ -133,6 +134,10 @@ signals:
     void uploadFinished();
     void reportFinished(const QString& result);
     void imageMailFinished(const QString& result);
+    // The remote service's record has been fetched and handled ("REMOTE").
+    void remoteRecordHandled();
+    // A command of the service server has been answered.
+    void remoteCommandAnswered();
     // Asked before the installer download; tests answer it instead of the message box.
 
 public slots:
@@ -145,6 +150,9 @@ public slots:
     void telnetsendbox_KeyPress(int keyAscii);
     void telnetsendbox_KeyUp(int keyCode, int shift);
     void MSComm3_OnComm();
+    void Command9_Click();  // "REMOTE"
+    void Timer4_Timer();
+    void Winsock1_DataArrival(const QByteArray& data);
     void Command17_Click();
     void Command15_Click();
     void Command5_Click();
@@ -207,6 +215,9 @@ private:
     void terminalAppend(const std::string& bytes);
     void terminalShow();
     void closeTerminalPort();
+    void terminalLine(const std::string& line);
+    bool remoteFetching_ = false;
+    bool remoteDropShown_ = false; // server data for a closed terminal port: said once
     JobRunner jobs_;             // last: waits for running jobs before anything else goes
 };
 

@@ -1,0 +1,231 @@
+// "REMOTE" in the terminal, everything real on 127.0.0.1: the record from a web server, a
+// service server in the test, the virtual controller's terminal on a pty, a mail server.
+#include "app/main_window.h"
+#include "local_smtp_server.h"
+#include "platform/tcp_client.h"
+#include "sim_ports.h"
+#include "window_fixture.h"
+
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QLabel>
+#include <QSerialPort>
+#include <QTcpServer>
+#include <QTcpSocket>
+
+#include <memory>
+
+using namespace veltro;
+using namespace veltro::test;
+
+namespace {
+QByteArray bytesOf(const sim::Bytes& b)
+{
+    return QByteArray(reinterpret_cast<const char*>(b.data()), qsizetype(b.size()));
+}
+
+// The "++" lines the terminal shows, in order.
+QStringList remoteLines(const MainWindow& w)
+{
+    QStringList lines;
+    for (const QByteArray& line : QByteArray::fromStdString(w.terminalText().text()).split('\n'))
+        if (line.startsWith("++"))
+            lines << QString::fromLatin1(line.trimmed());
+    return lines;
+}
+
+// The lines shown since `from`, without the state lines a slow machine may catch on the way.
+QStringList linesSince(const MainWindow& w, qsizetype from)
+{
+    QStringList lines = remoteLines(w).mid(from);
+    lines.removeAll("++SOLVE IP...");
+    lines.removeAll("++CONNECTING TO SERVER...");
+    return lines;
+}
+} // namespace
+
+class TestRemoteService : public QObject {
+    Q_OBJECT
+private slots:
+    void init()
+    {
+        qputenv("VELTRO_UPDATE_HTTP", "http://127.0.0.1:9");
+        qputenv("VELTRO_UPDATE_HTTPS", "https://127.0.0.1:9");
+    }
+
+    // Connect, relay both ways byte for byte, the server's two commands, commands that are
+    // not commands, the server closing, a refused connect.
+    void remoteRoad()
+    {
+        LocalSmtpServer smtp;
+        QVERIFY(smtp.start("w519e27c", "Hr5nWqa8LpteUy2KmbXo"));
+        qputenv("VELTRO_SMTP", QByteArray("127.0.0.1:") + QByteArray::number(smtp.port()));
+        qputenv("VELTRO_SUPPORT_MAIL", "support@veltro.example");
+        QTcpServer service;
+        QVERIFY(service.listen(QHostAddress::LocalHost, 0));
+        Served web({{"/CAN/R_1A2B3C4D.dat", "127,0,0,1," + QByteArray::number(service.serverPort()) + ",921600,0\r\n"}});
+        SimPorts ports;
+        auto& c = ports.add(4);
+        Window win;
+        MainWindow& w = win.w;
+        win.connectNow();
+        QTest::mouseClick(w.Command1, Qt::LeftButton);
+        QVERIFY(w.MSComm3->isOpen());
+        QTRY_VERIFY(QByteArray::fromStdString(w.terminalText().text()).contains("SERIALNUMBER"));
+
+        // A second click while the record is fetched is ignored: one request, one connection.
+        QSignalSpy handled(&w, &MainWindow::remoteRecordHandled);
+        QTest::mouseClick(w.Command9, Qt::LeftButton);
+        w.Command9_Click();
+        QVERIFY(!w.Command9->isEnabled());
+        QVERIFY(handled.wait(20000));
+        QCOMPARE(web.server.requestedPaths().filter("/CAN/"), QStringList{"/CAN/R_1A2B3C4D.dat"});
+        QTRY_VERIFY(service.hasPendingConnections());
+        std::unique_ptr<QTcpSocket> peer(service.nextPendingConnection());
+        QTRY_COMPARE(w.laststatus->text(), QString("7"));
+        QCOMPARE(linesSince(w, 0), (QStringList{"++CONNECTIONDATA FOUND!", "++BAUDRATE: 921600",
+                                                  "++TRY TO CONNECT TO SERVER...", "++CONNECTED TO SERVER!"}));
+        QVERIFY(!w.Command9->isEnabled());
+        QVERIFY(!service.hasPendingConnections());
+
+        // Device -> server: a long stream arrives unchanged.
+        QByteArray atServer;
+        const auto serverGot = [&] { return atServer += peer->readAll(); };
+        const sim::Bytes pattern = sim::VirtualController::streamPattern(50000);
+        c.streamText(pattern.size());
+        QTRY_VERIFY_WITH_TIMEOUT(c.streamFinished(), 20000);
+        QTRY_COMPARE(serverGot().size(), qsizetype(pattern.size()));
+        QCOMPARE(atServer, bytesOf(pattern));
+
+        // Server -> device: what is not a command reaches the controller unchanged, lower-case
+        // command words included; the controller's answer goes back to the server.
+        atServer.clear();
+        const auto deviceGot = [&, before = c.received().size()] {
+            return QByteArray(bytesOf(c.received()).mid(qsizetype(before)));
+        };
+        peer->write("sendeeprom\r");
+        QTRY_COMPARE(deviceGot(), QByteArray("sendeeprom\r"));
+        QTRY_VERIFY(serverGot().endsWith("OK sendeeprom\r\n> "));
+        // A command split over two chunks is text for the controller: no mail, no reply.
+        peer->write("SENDEE");
+        QTRY_COMPARE(deviceGot(), QByteArray("sendeeprom\rSENDEE"));
+        peer->write("PROM\r");
+        QTRY_COMPARE(deviceGot(), QByteArray("sendeeprom\rSENDEEPROM\r"));
+        QTRY_VERIFY(serverGot().endsWith("OK SENDEEPROM\r\n> "));
+        QVERIFY(smtp.messages().isEmpty());
+
+        // The two commands are answered by the tool; the controller hears nothing of them.
+        atServer.clear();
+        QSignalSpy answered(&w, &MainWindow::remoteCommandAnswered);
+        peer->write("GETEEPROM\r");
+        QVERIFY(answered.wait(20000));
+        QTRY_COMPARE(serverGot(), QByteArray("++DOWNLOAD DEVICE EEPROM...\r"));
+        atServer.clear();
+        peer->write("SENDEEPROM please");
+        QVERIFY(answered.wait(20000));
+        QTRY_COMPARE(serverGot(), QByteArray("++SEND DEVICE EEPROM TO SERVER...\r"));
+        QCOMPARE(smtp.messages().size(), 1);
+        const QJsonObject mail = smtp.messages().first();
+        QCOMPARE(mail["subject"].toString(), QString("EEPROM DOWNLOAD VELTRO S/N:1A2B3C4D"));
+        QCOMPARE(QByteArray::fromBase64(mail["attachments"].toArray().at(0).toObject().value("data").toString().toLatin1()),
+                 readFile(ports.homePath() + "/1A2B3C4D.eep"));
+        QCOMPARE(deviceGot(), QByteArray("sendeeprom\rSENDEEPROM\r"));
+        QCOMPARE(linesSince(w, 4), (QStringList{"++DOWNLOAD DEVICE EEPROM...", "++SEND DEVICE EEPROM TO SERVER..."}));
+
+        // The server closes: the line, "REMOTE" usable again, the poll still running.
+        peer->close();
+        QTRY_COMPARE(w.laststatus->text(), QString("8"));
+        QCOMPARE(linesSince(w, 6), QStringList{"++REMOTE HOST CLOSED CONNECTION!"});
+        QVERIFY(w.Command9->isEnabled() && w.Timer4->isActive());
+
+        // Again, with the service server gone: refused, "REMOTE" usable again.
+        service.close();
+        QTest::mouseClick(w.Command9, Qt::LeftButton);
+        QVERIFY(handled.wait(20000));
+        QTRY_COMPARE(w.laststatus->text(), QString("9"));
+        QCOMPARE(linesSince(w, 7), (QStringList{"++CONNECTIONDATA FOUND!", "++BAUDRATE: 921600",
+                                                  "++TRY TO CONNECT TO SERVER...", "++TCP/IP-CONNECTION ERROR!"}));
+        QVERIFY(w.Command9->isEnabled());
+        qunsetenv("VELTRO_SMTP");
+        qunsetenv("VELTRO_SUPPORT_MAIL");
+    }
+
+    // Records that lead nowhere end in the lines a technician can read, and "REMOTE" stays
+    // usable.
+    void badRecords_data()
+    {
+        QTest::addColumn<QByteArray>("record"); // "missing": no file on the server
+        QTest::addColumn<QStringList>("lines");
+        const QString found = "++CONNECTIONDATA FOUND!", tryLine = "++TRY TO CONNECT TO SERVER...",
+                      error = "++TCP/IP-CONNECTION ERROR!";
+        QTest::newRow("missing record") << QByteArray("missing") << QStringList{"++NO CONNECTIONDATA FOUND!"};
+        QTest::newRow("empty record") << QByteArray("") << QStringList{found, "++BAUDRATE:", tryLine, error};
+        QTest::newRow("fewer than six fields") << QByteArray("127,0,0,1") << QStringList{found, "++BAUDRATE:", tryLine, error};
+        QTest::newRow("port not a number") << QByteArray("127,0,0,1,port,9600")
+                                           << QStringList{found, "++BAUDRATE: 9600", tryLine, error};
+    }
+    void badRecords()
+    {
+        QFETCH(QByteArray, record);
+        QFETCH(QStringList, lines);
+        std::map<QString, QByteArray> files;
+        if (record != "missing")
+            files["/CAN/R_1A2B3C4D.dat"] = record;
+        Served web(files);
+        SimPorts ports;
+        ports.add(4);
+        Window win;
+        MainWindow& w = win.w;
+        win.connectNow();
+        QTest::mouseClick(w.Command1, Qt::LeftButton);
+        QSignalSpy handled(&w, &MainWindow::remoteRecordHandled);
+        QTest::mouseClick(w.Command9, Qt::LeftButton);
+        QVERIFY(handled.wait(20000));
+        QTRY_COMPARE(linesSince(w, 0), lines);
+        QTRY_VERIFY(w.Command9->isEnabled());
+    }
+
+    // The web server down, and server data for a terminal that has been closed.
+    void webServerDownAndPortClosed()
+    {
+        SimPorts ports;
+        auto& c = ports.add(4);
+        Window win;
+        MainWindow& w = win.w;
+        win.connectNow();
+        QTest::mouseClick(w.Command1, Qt::LeftButton);
+        qputenv("VELTRO_WEB_HTTP", "http://127.0.0.1:9");
+        QSignalSpy handled(&w, &MainWindow::remoteRecordHandled);
+        QTest::mouseClick(w.Command9, Qt::LeftButton);
+        QVERIFY(handled.wait(20000));
+        const QStringList down = linesSince(w, 0);
+        QCOMPARE(down.size(), 2);
+        QVERIFY(down[0].startsWith("++WEBSERVER NICHT ERREICHBAR: "));
+        QCOMPARE(down[1], QString("++NO CONNECTIONDATA FOUND!"));
+        QVERIFY(w.Command9->isEnabled());
+
+        QTcpServer service;
+        QVERIFY(service.listen(QHostAddress::LocalHost, 0));
+        Served web({{"/CAN/R_1A2B3C4D.dat", "127,0,0,1," + QByteArray::number(service.serverPort()) + ",9600,0"}});
+        QTest::mouseClick(w.Command9, Qt::LeftButton);
+        QVERIFY(handled.wait(20000));
+        QTRY_VERIFY(service.hasPendingConnections());
+        std::unique_ptr<QTcpSocket> peer(service.nextPendingConnection());
+        QTRY_COMPARE(w.laststatus->text(), QString("7"));
+        QTest::mouseClick(w.Command2, Qt::LeftButton); // BEENDEN closes the terminal port
+        const std::size_t before = c.received().size();
+        const auto dropLines = [&] {
+            return QByteArray::fromStdString(w.terminalText().text()).count("Daten vom Server verworfen");
+        };
+        peer->write("VER\r");
+        QTRY_COMPARE(dropLines(), 1);
+        peer->write("SER\r");
+        QTest::qWait(200);
+        QCOMPARE(dropLines(), 1);
+        QCOMPARE(c.received().size(), before);
+        qunsetenv("VELTRO_WEB_HTTP");
+    }
+};
+
+QTEST_MAIN(TestRemoteService)
+#include "test_remote_service.moc"

@@ -1,0 +1,67 @@
+#pragma once
+// The main window as the window tests start it, and an update server for them.
+#include "app/main_window.h"
+#include "local_http_server.h"
+#include "scripted_dialogs.h"
+#include "test_files.h"
+
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QStringList>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimer>
+
+#include <map>
+#include <memory>
+
+namespace veltro::test {
+
+// An update server on 127.0.0.1 serving these files (path under the root -> content), with
+// the tool's server roots pointing at it.
+struct Served {
+    QTemporaryDir dir;
+    LocalHttpServer server;
+    explicit Served(const std::map<QString, QByteArray>& files)
+    {
+        for (const auto& [path, content] : files)
+            writeFile(dir.path() + path, content);
+        QVERIFY(server.start(dir.path()));
+        server.exportEnvironment();
+    }
+};
+
+// A started main window; connectNow() clicks VERBINDEN and keeps the status texts shown until
+// the connect has finished (byte values left out).
+struct Window {
+    MainWindow w;
+    std::shared_ptr<ScriptedDialogs> dialogs = std::make_shared<ScriptedDialogs>();
+    QStringList statuses;
+    Window()
+    {
+        w.dialogs = dialogs;
+        QSignalSpy done(&w, &MainWindow::startupFinished);
+        w.show();
+        w.Form_Load();
+        QVERIFY(done.wait(30000));
+    }
+    void connectNow()
+    {
+        statuses.clear();
+        const auto sample = [this] {
+            const QString s = w.statusText();
+            if (!s.isEmpty() && !s.front().isDigit() && (statuses.isEmpty() || s != statuses.last()))
+                statuses << s;
+        };
+        QTimer poll;
+        QObject::connect(&poll, &QTimer::timeout, sample);
+        poll.start(0);
+        QSignalSpy connected(&w, &MainWindow::connectFinished);
+        QTest::mouseClick(w.verbinden, Qt::LeftButton);
+        QVERIFY(!w.verbinden->isEnabled());
+        QVERIFY(connected.wait(30000));
+        sample();
+    }
+};
+
+} // namespace veltro::test

@@ -137,7 +137,6 @@ private slots:
                                           << "SERIENNUMMER: A5BDF\nHerstellungsdatum des Gerätes: 5.11.2023\n"
                                              "Lambda-CAL: &H003C\n"
                                           << "CHECKSUMME OK - DATEN GELADEN!\nERROR";
-        QTest::newRow("readout, no port given") << "readout" << 2 << "" << "readout: --port N";
         QTest::newRow("readout, port out of range") << "readout --port 100" << 2 << "" << "readout: --port N";
         QTest::newRow("no handshake") << "upload-config FILE --port 7" << 1 << "" << "Handshake fehlgeschlagen!";
         // Refused before the bootloader is woken (the controller is checked untouched below).

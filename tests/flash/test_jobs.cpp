@@ -32,9 +32,10 @@ struct Rig {
     RecordingReporter reporter;
     PortSerialLinkFactory factory;
 
-    FirmwareResult flash(const QString& serial, const QString& ecutyp, bool olderForm, const QString& fw = "166")
+    FirmwareResult flash(const QString& serial, const QString& ecutyp, bool olderForm, const QString& fw = "166",
+                         const QString& hw = "3")
     {
-        const FirmwareInputs in{serial.toStdString(), "3", "180", fw.toStdString(), ecutyp.toStdString(),
+        const FirmwareInputs in{serial.toStdString(), hw.toStdString(), "180", fw.toStdString(), ecutyp.toStdString(),
                                 3, ports.home(), olderForm};
         return runFirmwareUpdate(in, dialogs, reporter, factory);
     }
@@ -98,8 +99,7 @@ private slots:
             qputenv("VELTRO_UPDATE_HTTPS", (server_.httpsRoot() + "/page200").toUtf8());
         }
         Rig rig;
-        const FirmwareInputs in{serial.toStdString(), hw.toStdString(), "180", "166", "1", 3, rig.ports.home(), false};
-        const FirmwareResult r = runFirmwareUpdate(in, rig.dialogs, rig.reporter, rig.factory);
+        const FirmwareResult r = rig.flash(serial, "1", false, "166", hw);
         server_.exportEnvironment();
         const QStringList asked = rig.dialogs.asked();
         QVERIFY(!asked.join("\n").contains("speziell für die Seriennummer"));

@@ -215,7 +215,6 @@ private slots:
                                       << QStringList{"hello world"} << "" << 0;
         QTest::newRow("VER, any case and blanks") << text(" Ver \r") << reply("FIRMWARE 166 HW 3 LAYOUT 180 TYPE 1\r\n")
                                                   << QStringList{" Ver "} << "" << 0;
-        QTest::newRow("SER") << text("ser\r") << ser << QStringList{"ser"} << "" << 0;
         QTest::newRow("empty line: banner")
             << text("\r")
             << reply("VELTRO CONTROLLER\r\nSERIAL 1A2B3C4D\r\nFIRMWARE 166 HW 3 LAYOUT 180 TYPE 1\r\nHELP: COMMANDS\r\n")
@@ -303,8 +302,6 @@ private slots:
         QTest::newRow("alone") << 5000 << 0 << Bytes{} << p << 5000;
         QTest::newRow("line typed meanwhile") << 5000 << 92 << text("ser\r")
                                               << join({p, reply("SERIAL 1A2B3C4D\r\n")}) << 5000;
-        QTest::newRow("half line typed meanwhile") << 5000 << 92 << text("ab")
-                                                       << p << 5000;
         QTest::newRow("identify cuts it") << 5000 << 184 << Bytes{200} << join({slice(p, 0, 184), {200}, image}) << 184;
         QTest::newRow("'{' cuts it") << 5000 << 276 << text("{") << join({slice(p, 0, 276), {0x7B, 0x15}}) << 276;
         QTest::newRow("'{' inside a line does not") << 5000 << 276 << text("x{") << p << 5000;

@@ -932,12 +932,18 @@ void MainWindow::closeTerminalPort()
 void MainWindow::terminalAppend(const std::string& bytes)
 {
     terminal_.append(bytes);
-    if (!terminalFlush_->isActive())
+    // Shown once the device has been quiet for 20 ms, and at least every 250 ms while it keeps
+    // sending: a view update takes the window's thread for a while, and while output flows
+    // (to a remote service too) it should happen rarely.
+    if (!terminalPending_.isValid())
+        terminalPending_.start();
+    if (!terminalFlush_->isActive() || terminalPending_.elapsed() < kTerminalShowAtLeastMs - 20)
         terminalFlush_->start();
 }
 
 void MainWindow::terminalShow()
 {
+    terminalPending_.invalidate();
     if (!terminal_.hasUnshown())
         return;
     QScrollBar* bar = terminal->verticalScrollBar();
@@ -955,10 +961,9 @@ void MainWindow::MSComm3_OnComm()
     const QByteArray data = MSComm3->readAll();
     if (data.isEmpty())
         return;
-    const std::string bytes(data.constData(), std::size_t(data.size()));
-    terminalAppend(bytes);
     if (Winsock1->state() == 7)
         Winsock1->send(data);
+    terminalAppend(std::string(data.constData(), std::size_t(data.size())));
 }
 
 void MainWindow::terminalLine(const std::string& line)
@@ -1040,6 +1045,7 @@ void MainWindow::Winsock1_DataArrival(const QByteArray& data)
     }
     if (MSComm3->isOpen()) {
         MSComm3->write(data);
+        MSComm3->flush();
     } else if (!remoteDropShown_) {
         // Said once, not for every chunk the server sends.
         remoteDropShown_ = true;

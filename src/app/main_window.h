@@ -7,6 +7,7 @@
 #include "terminal/terminal.h"
 #include "util/twips.h"
 
+#include <QElapsedTimer>
 #include <QMainWindow>
 #include <QPointer>
 
@@ -212,6 +213,8 @@ private:
     QPointer<Form2> editor_;
     TerminalText terminal_;
     QTimer* terminalFlush_ = nullptr;
+    QElapsedTimer terminalPending_; // since the oldest output not yet shown
+    static constexpr int kTerminalShowAtLeastMs = 250;
     void terminalAppend(const std::string& bytes);
     void terminalShow();
     void closeTerminalPort();

@@ -83,7 +83,10 @@ bool TcpClient::send(const QByteArray& data)
 {
     if (socket_->state() != QAbstractSocket::ConnectedState)
         return false;
-    return socket_->write(data) == data.size();
+    const bool whole = socket_->write(data) == data.size();
+    // Out now rather than on the next turn of the event loop: a relay waits for nothing.
+    socket_->flush();
+    return whole;
 }
 
 } // namespace veltro

@@ -11,7 +11,6 @@ namespace veltro::sim {
 namespace {
 
 constexpr std::int64_t BitsPerByte = 10;
-constexpr std::int64_t Baud = 921600;
 
 constexpr std::size_t SerialPos = 1008;
 constexpr std::size_t LayoutPos = 1012;
@@ -158,11 +157,12 @@ Bytes sampleConfiguration()
 
 }  // namespace
 
-std::chrono::nanoseconds wireTime(std::size_t byteCount)
+std::chrono::nanoseconds wireTime(std::size_t byteCount, std::uint32_t baud)
 {
     // Rounded up, so that at this time the last of the bytes has really arrived.
+    const std::int64_t b = baud;
     const std::int64_t bitNs = static_cast<std::int64_t>(byteCount) * BitsPerByte * 1'000'000'000LL;
-    return std::chrono::nanoseconds((bitNs + Baud - 1) / Baud);
+    return std::chrono::nanoseconds((bitNs + b - 1) / b);
 }
 
 DeviceModel::DeviceModel() : image_(wire::ImageSize, 0), dataBlock_(wire::DataBlockSize, 0)
@@ -297,6 +297,7 @@ void DeviceModel::receive(std::uint8_t byte, Clock::time_point t)
     switch (mode_) {
     case Mode::Command: onCommandByte(byte, t); break;
     case Mode::Bootloader: onBootByte(byte, t); break;
+    case Mode::Tunnel: onTunnelByte(byte); break;
     }
 }
 
@@ -606,7 +607,159 @@ void DeviceModel::onLine(Clock::time_point t)
     sendText("> ", t);
 }
 
+void DeviceModel::setTunnelMode(bool on)
+{
+    if (on == (mode_ == Mode::Tunnel)) return;
+    if (on) {
+        line_.clear();
+        frame_.clear();
+        dropTerminalOutput();
+        tunnelOpen_ = false;
+        tunnelBody_.clear();
+        mode_ = Mode::Tunnel;
+    } else {
+        out_.erase(std::remove_if(out_.begin(), out_.end(), [](const Emission& e) { return e.tunnel; }),
+                   out_.end());
+        mode_ = Mode::Command;
+    }
+    rateStart_.reset();
+}
+
+bool DeviceModel::tunnelMode() const { return mode_ == Mode::Tunnel; }
+
+void DeviceModel::setTunnelBaud(std::uint32_t baud) { tunnelBaud_ = baud > 0 ? baud : wire::Baud; }
+
+void DeviceModel::setTunnelFrameRate(double framesPerSecond)
+{
+    frameRate_ = framesPerSecond > 0 ? framesPerSecond : 0;
+    rateStart_.reset();
+}
+
+void DeviceModel::onTunnelByte(std::uint8_t byte)
+{
+    if (tunnelBody_.empty() && byte == wire::TunnelMark) {
+        ++tunnelPackets_;
+        tunnelOpen_ = true;
+    } else if (!tunnelOpen_) {
+        ++tunnelStray_;
+    } else {
+        tunnelBody_.push_back(byte);
+        if (tunnelBody_.size() == wire::TunnelBodySize) {
+            tunnelBodies_.push_back(std::move(tunnelBody_));
+            tunnelBody_.clear();
+        }
+    }
+}
+
+Bytes DeviceModel::tunnelFrameBody(std::uint32_t k)
+{
+    Bytes body{static_cast<std::uint8_t>(k >> 24), static_cast<std::uint8_t>(k >> 16),
+               static_cast<std::uint8_t>(k >> 8), static_cast<std::uint8_t>(k), 8};
+    for (std::uint32_t j = 0; j < 8; ++j) body.push_back(static_cast<std::uint8_t>(k * 8 + j));
+    if (k % 7 == 6) {
+        body[5] = 'C';
+        body[6] = 'A';
+        body[7] = 'N';
+    }
+    body.push_back(wire::TunnelMark);
+    body.push_back(wire::TunnelFrame);
+    return body;
+}
+
+void DeviceModel::sendTunnel(Bytes bytes, Clock::time_point earliest, std::uint32_t firstFrame,
+                             std::size_t frameCount)
+{
+    Emission e;
+    e.bytes = std::move(bytes);
+    e.earliest = earliest;
+    e.paced = true;
+    e.tunnel = true;
+    e.firstFrame = firstFrame;
+    e.frameCount = frameCount;
+    out_.push_back(std::move(e));
+}
+
+void DeviceModel::tunnelBurst(int n, Clock::time_point now)
+{
+    if (mode_ != Mode::Tunnel || silent_ || unplugged_ || n <= 0) return;
+    Bytes bytes;
+    bytes.reserve(static_cast<std::size_t>(n) * wire::TunnelRecordSize);
+    const std::uint32_t first = nextFrameNumber_;
+    for (int i = 0; i < n; ++i) {
+        bytes.push_back(wire::TunnelMark);
+        bytes.push_back(wire::TunnelFrame);
+        const Bytes body = tunnelFrameBody(nextFrameNumber_++);
+        bytes.insert(bytes.end(), body.begin(), body.end());
+    }
+    sendTunnel(std::move(bytes), now, first, static_cast<std::size_t>(n));
+}
+
+void DeviceModel::tunnelChecksumError(Clock::time_point now)
+{
+    if (mode_ != Mode::Tunnel || silent_ || unplugged_) return;
+    sendTunnel(Bytes{wire::TunnelMark, wire::TunnelChecksumError}, now);
+}
+
+void DeviceModel::tunnelSendError(std::uint8_t code, Clock::time_point now)
+{
+    if (mode_ != Mode::Tunnel || silent_ || unplugged_) return;
+    Bytes bytes(wire::TunnelRecordSize, 0);
+    bytes[0] = wire::TunnelMark;
+    bytes[1] = wire::TunnelSendError;
+    bytes.back() = code;
+    sendTunnel(std::move(bytes), now);
+}
+
+std::vector<Bytes> DeviceModel::tunnelSentBodies() const
+{
+    std::vector<Bytes> bodies;
+    bodies.reserve(tunnelSent_.size());
+    for (std::uint32_t k : tunnelSent_) bodies.push_back(tunnelFrameBody(k));
+    return bodies;
+}
+
+Clock::time_point DeviceModel::rateFrameDue(std::uint64_t i) const
+{
+    return *rateStart_ +
+           std::chrono::round<Clock::duration>(std::chrono::duration<double>(static_cast<double>(i) / frameRate_));
+}
+
+// Frame i of the rate is due i/rate after the first, counted from the start so that late
+// wake-ups do not make the rate drift. A controller that cannot get its frames onto the line
+// loses the new ones, as its receive buffer would.
+void DeviceModel::queueDueFrames(Clock::time_point now)
+{
+    if (mode_ != Mode::Tunnel || frameRate_ <= 0 || unplugged_) return;
+    if (!rateStart_) {
+        rateStart_ = now;
+        rateFrames_ = 0;
+    }
+    for (Clock::time_point at = rateFrameDue(rateFrames_); at <= now; at = rateFrameDue(++rateFrames_)) {
+        const std::uint32_t k = nextFrameNumber_++;
+        const auto waiting = std::count_if(out_.begin(), out_.end(), [](const Emission& e) { return e.tunnel; });
+        if (silent_ || static_cast<std::size_t>(waiting) >= MaxTunnelBacklog) continue;
+        Bytes bytes{wire::TunnelMark, wire::TunnelFrame};
+        const Bytes body = tunnelFrameBody(k);
+        bytes.insert(bytes.end(), body.begin(), body.end());
+        sendTunnel(std::move(bytes), at, k, 1);
+    }
+}
+
 DeviceModel::Output DeviceModel::take(Clock::time_point now)
+{
+    queueDueFrames(now);
+    Output result = takeQueued(now);
+    if (mode_ == Mode::Tunnel && frameRate_ > 0 && rateStart_ && !unplugged_) {
+        const Clock::time_point next = rateFrameDue(rateFrames_);
+        if (!result.wake || next < *result.wake) {
+            result.wake = next;
+            result.looseWake = true;
+        }
+    }
+    return result;
+}
+
+DeviceModel::Output DeviceModel::takeQueued(Clock::time_point now)
 {
     Output result;
     while (!out_.empty()) {
@@ -616,16 +769,21 @@ DeviceModel::Output DeviceModel::take(Clock::time_point now)
         if (!e.started) {
             e.started = true;
             e.start = std::max(e.earliest, lastEnd_ + e.gap);
+            if (e.tunnel) e.baud = tunnelBaud_;
         }
         // On a paced line nothing can be handed over before the first byte has crossed it;
-        // waking any earlier would only cost a second wake-up. Stream text waits for a piece.
+        // waking any earlier would only cost a second wake-up. Stream text waits for a piece,
+        // a tunnel record or burst for all of it: the tool gets it in one write.
         const auto nextDue = [&] {
             if (!paced) return e.start;
-            return e.start + wireTime(e.text ? std::min(size, e.sent + StreamPiece) : e.sent + 1);
+            if (e.tunnel) return e.start + wireTime(size, e.baud);
+            return e.start + wireTime(e.text ? std::min(size, e.sent + StreamPiece) : e.sent + 1, e.baud);
         };
+        // Bulk text and tunnel records: waking a little late costs nothing.
+        const bool loose = e.text.has_value() || e.tunnel;
         if (now < nextDue()) {
             result.wake = nextDue();
-            result.looseWake = e.text.has_value();
+            result.looseWake = loose;
             return result;
         }
         std::size_t due = size;
@@ -633,7 +791,7 @@ DeviceModel::Output DeviceModel::take(Clock::time_point now)
             const auto elapsed =
                 std::chrono::duration_cast<std::chrono::nanoseconds>(now - e.start).count();
             due = std::min<std::size_t>(
-                due, static_cast<std::size_t>(elapsed * Baud / (BitsPerByte * 1'000'000'000LL)));
+                due, static_cast<std::size_t>(elapsed * std::int64_t{e.baud} / (BitsPerByte * 1'000'000'000LL)));
         }
         if (due > e.sent) {
             if (e.text) {
@@ -647,11 +805,17 @@ DeviceModel::Output DeviceModel::take(Clock::time_point now)
         }
         if (e.sent < size) {
             result.wake = nextDue();
-            result.looseWake = e.text.has_value();
+            result.looseWake = loose;
             return result;
         }
         // Gaps count from when the bytes were handed over, so a late wake-up never shortens them.
-        lastEnd_ = now;
+        // Tunnel records have no gaps: the next starts on the wire right behind this one, so
+        // late wake-ups do not slow a queue of them down (they then share a write).
+        lastEnd_ = e.tunnel ? e.start + wireTime(size, e.baud) : now;
+        for (std::size_t i = 0; i < e.frameCount; ++i) {
+            if (tunnelSent_.size() == MaxSentKept) tunnelSent_.pop_front();
+            tunnelSent_.push_back(e.firstFrame + static_cast<std::uint32_t>(i));
+        }
         const bool unplugNow = e.unplugAfter;
         out_.pop_front();
         if (unplugNow) {

@@ -30,6 +30,19 @@
 // being collected, inside a line they are text. A request byte (200, 199, 128) drops a half
 // line, so a line that never gets its CR cannot block the requests. A request that is answered
 // restarts the controller: terminal output not yet sent is lost.
+//
+// In tunnel mode (setTunnelMode) the controller is the tool's CAN interface instead: it answers
+// no requests, terminal lines or mode bytes, and the line carries CAN frames both ways.
+//   to the tool    "}x" (0x7D 0x78) and a 15-byte frame body: a frame from the CAN bus
+//                  "}" 0xF0: a frame the tool sent had a checksum error
+//                  "}" 0xC8, 14 zero bytes, an error code: a frame could not go on the bus
+//   from the tool  0x7D starts a packet, 15-byte frame bodies follow; a lone 0x7D is a packet
+//                  without bodies. A 0x7D at a body boundary always starts a new packet, inside
+//                  a body it is data. Bytes before the first 0x7D are stray.
+// The frame bodies the controller sends are its own test traffic (tunnelFrameBody). All tunnel
+// output goes out paced like a wire at the speed the tool set on the line (setTunnelBaud):
+// each record, or each burst, is handed over whole once its last byte has crossed the wire,
+// and the next one starts on the wire after it.
 #pragma once
 
 #include <array>
@@ -47,9 +60,6 @@ namespace veltro::sim {
 using Clock = std::chrono::steady_clock;
 using Bytes = std::vector<std::uint8_t>;
 
-// Time a number of bytes take on a 921600-baud line with 10 bits per byte (about 10.85 us each).
-std::chrono::nanoseconds wireTime(std::size_t byteCount);
-
 namespace wire {
 inline constexpr std::uint8_t Identify = 200;
 inline constexpr std::uint8_t DataBlock = 199;
@@ -65,7 +75,18 @@ inline constexpr std::size_t ImageSize = 1028;
 inline constexpr std::size_t DataBlockSize = 129;
 inline constexpr std::size_t FrameSize = 132;
 inline constexpr std::size_t BlockDataSize = 128;
+inline constexpr std::uint32_t Baud = 921600;            // the controller's own line speed
+inline constexpr std::uint8_t TunnelMark = 0x7D;         // '}': starts every tunnel record
+inline constexpr std::uint8_t TunnelFrame = 0x78;        // 'x': "}x" + body, a frame from the bus
+inline constexpr std::uint8_t TunnelChecksumError = 0xF0;
+inline constexpr std::uint8_t TunnelSendError = 0xC8;    // "}" 0xC8, 14 zeros, the error code
+inline constexpr std::size_t TunnelBodySize = 15;
+inline constexpr std::size_t TunnelRecordSize = 17;      // "}x" + body, and the send error record
 }  // namespace wire
+
+// Time a number of bytes take on a line with 10 bits per byte; at the controller's own 921600
+// baud about 10.85 us each.
+std::chrono::nanoseconds wireTime(std::size_t byteCount, std::uint32_t baud = wire::Baud);
 
 // The single-byte requests the controller answers with an echo.
 enum class Request { Identify, DataBlock, Word, Bootloader };
@@ -137,7 +158,8 @@ public:
     void setResetDelay(Clock::duration delay);      // echo -> answer (default 20 ms)
     void setHandshakeDelay(Clock::duration delay);  // mode echo -> ready byte (default 20 ms)
     void setLineRate(bool on);                      // pace everything like a 921600-baud wire
-    void setSilent(bool on);                        // hears nothing, answers nothing
+    void setSilent(bool on);                        // hears nothing, answers nothing (and
+                                                    // sends no tunnel records)
     void setFaults(Request request, const AnswerFaults& faults);
     AnswerFaults faults(Request request) const;
     void setBootFaults(const BootFaults& faults);
@@ -154,6 +176,33 @@ public:
     // whole ending CR LF (from 2 bytes on). The same amount always gives the same bytes, and
     // a longer stream starts with the full lines of a shorter one.
     static Bytes streamPattern(std::size_t bytes);
+
+    // --- CAN tunnel ---
+    // On: the controller is the CAN interface (see above). Switching on drops a half line, a
+    // bootloader transfer and terminal output not yet sent; switching off drops tunnel output
+    // not yet sent. Counts and bodies received are kept over both.
+    void setTunnelMode(bool on);
+    bool tunnelMode() const;
+    // The speed tunnel output is paced at (default 921600); a record already going out keeps
+    // the speed it started with. 0 is taken as 921600.
+    void setTunnelBaud(std::uint32_t baud);
+    std::uint32_t tunnelBaud() const { return tunnelBaud_; }
+    // Frames from the bus: the first at the next take(), then one every 1/framesPerSecond;
+    // 0 (the default) stops them. Each record is a write of its own while the line keeps up;
+    // records that had to wait for the line go out back to back and may share a write. Frames
+    // that fall due while MaxTunnelBacklog records still wait are lost (their numbers are
+    // skipped).
+    void setTunnelFrameRate(double framesPerSecond);
+    static constexpr std::size_t MaxTunnelBacklog = 64;
+    // The following emit only in tunnel mode, from `now` on, after whatever is still going out.
+    void tunnelBurst(int n, Clock::time_point now);  // n frames back to back, in one write
+    void tunnelChecksumError(Clock::time_point now);  // "}" 0xF0
+    void tunnelSendError(std::uint8_t code, Clock::time_point now);  // "}" 0xC8, 14 zeros, code
+    // Body of frame k (frames are numbered from 0 as the controller takes them off the bus):
+    // k big-endian in 4 bytes, the length 8, eight data bytes (k*8 .. k*8+7, modulo 256, so
+    // every byte value turns up within 32 frames; in frames 6, 13, 20, ... the first three are
+    // "CAN"), then the filler 0x7D 0x78, which looks like the start of the next record.
+    static Bytes tunnelFrameBody(std::uint32_t k);
 
     // --- driving ---
     void receive(std::uint8_t byte, Clock::time_point arrival);
@@ -177,9 +226,17 @@ public:
     const std::string& partialLine() const { return line_; }  // collected, no CR yet
     std::size_t streamedBytes() const { return streamed_; }   // stream text handed out, all streams
     bool streaming() const;                                   // stream text still to go out
+    // Tunnel input: complete bodies in order, packet starts (0x7D), bytes before the first.
+    const std::vector<Bytes>& tunnelBodies() const { return tunnelBodies_; }
+    int tunnelPackets() const { return tunnelPackets_; }
+    std::size_t tunnelStrayBytes() const { return tunnelStray_; }
+    // Bodies of the "}x" records handed out, in order (a record counts once all of it is out);
+    // the last MaxSentKept of them.
+    std::vector<Bytes> tunnelSentBodies() const;
+    static constexpr std::size_t MaxSentKept = 1'000'000;
 
 private:
-    enum class Mode { Command, Bootloader };  // the tunnel mode will join here
+    enum class Mode { Command, Bootloader, Tunnel };
 
     // Produces the stream text as it goes out, so a long stream needs no memory.
     struct TextCursor {
@@ -197,6 +254,10 @@ private:
         std::optional<TextCursor> text;  // stream text instead of bytes
         bool terminal = false;   // terminal output: lost on a restart, does not stop listening
         bool paced = false;      // paced even without setLineRate
+        bool tunnel = false;     // tunnel output: paced at tunnelBaud_, handed over whole
+        std::uint32_t firstFrame = 0;   // "}x" records in it: frame numbers firstFrame..
+        std::size_t frameCount = 0;
+        std::uint32_t baud = wire::Baud;  // fixed when the emission starts
         Clock::time_point earliest;
         Clock::duration gap{};   // quiet time after the previous emission has gone out
         bool unplugAfter = false;
@@ -213,6 +274,12 @@ private:
     bool restarting() const;  // a request's answer or an unplug is still to go out
     void dropTerminalOutput();
     void onBootByte(std::uint8_t byte, Clock::time_point t);
+    void onTunnelByte(std::uint8_t byte);
+    void sendTunnel(Bytes bytes, Clock::time_point earliest, std::uint32_t firstFrame = 0,
+                    std::size_t frameCount = 0);
+    void queueDueFrames(Clock::time_point now);  // the frame rate's frames up to `now`
+    Clock::time_point rateFrameDue(std::uint64_t i) const;
+    Output takeQueued(Clock::time_point now);
     void checkFrame(Clock::time_point t);
     // Counts the request and applies silence and late echo; true when it is to be answered.
     bool takesRequest(Request request);
@@ -247,6 +314,18 @@ private:
     std::size_t streamed_ = 0;
     std::deque<Emission> out_;
     Clock::time_point lastEnd_{};
+    // tunnel
+    std::uint32_t tunnelBaud_ = wire::Baud;
+    double frameRate_ = 0;
+    std::optional<Clock::time_point> rateStart_;  // the frame rate's first frame, once started
+    std::uint64_t rateFrames_ = 0;                // its frames since then, queued or lost
+    std::uint32_t nextFrameNumber_ = 0;
+    bool tunnelOpen_ = false;  // a 0x7D has arrived since tunnel mode was switched on
+    Bytes tunnelBody_;         // the body being filled
+    std::vector<Bytes> tunnelBodies_;
+    int tunnelPackets_ = 0;
+    std::size_t tunnelStray_ = 0;
+    std::deque<std::uint32_t> tunnelSent_;  // frame numbers: the bodies follow from them
 };
 
 }  // namespace veltro::sim

@@ -28,12 +28,20 @@ const char* const Usage =
     "  --line-rate      pace answers like a 921600-baud line\n"
     "  --stream BYTES   after each terminal banner, BYTES of test text at line rate\n"
     "                   (92,160 bytes/s; lines ending CR LF, now and then a bare CR)\n"
+    "  --tunnel         be the tool's CAN interface (tunnel mode) instead of answering\n"
+    "  --tunnel-rate N  in tunnel mode, N CAN frames per second to the tool (implies\n"
+    "                   --tunnel; may be a fraction, 0: none, the default)\n"
     "  --help           this text\n"
     "\n"
     "Text terminal: printable ASCII ending in CR is a command line; the answer ends with\n"
     "the prompt \"> \". An empty line (a lone CR) shows the banner. Commands: HELP, VER,\n"
     "SER, STREAM N (N bytes of test text at line rate); anything else is answered\n"
-    "\"OK <line>\". '{' and '|' start the bootloader only at the start of a line.\n";
+    "\"OK <line>\". '{' and '|' start the bootloader only at the start of a line.\n"
+    "\n"
+    "Tunnel mode: no requests, terminal or bootloader. Frames from the bus go to the tool as\n"
+    "\"}x\" and a 15-byte body (a counter, length 8, eight data bytes, filler), paced at the\n"
+    "speed the tool set on the port; what the tool sends (0x7D, then 15-byte bodies) is\n"
+    "taken in and not answered.\n";
 
 [[noreturn]] void usageError(const std::string& message)
 {
@@ -47,6 +55,16 @@ unsigned long number(const char* text, int base, unsigned long max, const char* 
     errno = 0;
     const unsigned long v = std::strtoul(text, &end, base);
     if (errno != 0 || end == text || *end != '\0' || v > max)
+        usageError(std::string("bad value for ") + option + ": " + text);
+    return v;
+}
+
+double rate(const char* text, const char* option)
+{
+    char* end = nullptr;
+    errno = 0;
+    const double v = std::strtod(text, &end);
+    if (errno != 0 || end == text || *end != '\0' || !(v >= 0 && v <= 1'000'000))
         usageError(std::string("bad value for ") + option + ": " + text);
     return v;
 }
@@ -94,6 +112,11 @@ int main(int argc, char** argv)
                 controller.setLineRate(true);
             } else if (arg == "--stream") {
                 controller.setStreamOnOpen(number(value(), 10, 4'000'000'000ul, "--stream"));
+            } else if (arg == "--tunnel") {
+                controller.setTunnelMode(true);
+            } else if (arg == "--tunnel-rate") {
+                controller.setTunnelMode(true);
+                controller.setTunnelFrameRate(rate(value(), "--tunnel-rate"));
             } else {
                 usageError("unknown option " + arg);
             }

@@ -33,6 +33,43 @@ void setFlags(int fd, int statusFlags)
 // How long before a due byte the controller stops sleeping and yields instead.
 constexpr auto kYieldStretch = std::chrono::microseconds(250);
 
+// Tunnel output taken from the model but not yet in the pty, above which the controller stops
+// taking more until the tool reads.
+constexpr std::size_t kTunnelPending = 4096;
+constexpr auto kTunnelRetry = std::chrono::milliseconds(10);
+
+// The baud rate of a termios speed code; 0 for codes outside the table (B0, BOTHER).
+std::uint32_t baudOf(speed_t speed)
+{
+    struct Entry {
+        speed_t code;
+        std::uint32_t baud;
+    };
+    static constexpr Entry table[] = {
+        {B50, 50},           {B75, 75},           {B110, 110},         {B134, 134},
+        {B150, 150},         {B200, 200},         {B300, 300},         {B600, 600},
+        {B1200, 1200},       {B1800, 1800},       {B2400, 2400},       {B4800, 4800},
+        {B9600, 9600},       {B19200, 19200},     {B38400, 38400},     {B57600, 57600},
+        {B115200, 115200},   {B230400, 230400},
+#ifdef B460800
+        {B460800, 460800},   {B500000, 500000},   {B576000, 576000},   {B921600, 921600},
+        {B1000000, 1000000}, {B1152000, 1152000}, {B1500000, 1500000}, {B2000000, 2000000},
+        {B2500000, 2500000}, {B3000000, 3000000}, {B3500000, 3500000}, {B4000000, 4000000},
+#endif
+    };
+    for (const Entry& e : table)
+        if (e.code == speed) return e.baud;
+    return 0;
+}
+
+// The output speed set on the line through any of its descriptors.
+std::uint32_t speedOf(int fd)
+{
+    termios tio{};
+    if (fd < 0 || ::tcgetattr(fd, &tio) != 0) return 0;
+    return baudOf(::cfgetospeed(&tio));
+}
+
 }  // namespace
 
 VirtualController::VirtualController()
@@ -135,12 +172,21 @@ void VirtualController::run()
         bool unplugNow = false;
         {
             std::lock_guard lock(mutex_);
-            DeviceModel::Output out = model_.take(Clock::now());
-            pending.insert(pending.end(), out.bytes.begin(), out.bytes.end());
+            // In tunnel mode a pty nobody reads holds up the model instead, whose backlog of
+            // frames is bounded; the write below waits for the pty to take bytes again.
+            if (!model_.tunnelMode() || pending.size() < kTunnelPending || unplugRequested_) {
+                if (model_.tunnelMode()) model_.setTunnelBaud(speedOf(slave_));  // 0: the default
+                DeviceModel::Output out = model_.take(Clock::now());
+                pending.insert(pending.end(), out.bytes.begin(), out.bytes.end());
+                wakeAt = out.wake;
+                looseWake = out.looseWake;
+                unplugNow = out.unplug;
+            } else {
+                // A flush on the tool's side does not always report the pty writable again.
+                wakeAt = Clock::now() + kTunnelRetry;
+                looseWake = true;
+            }
             unwritten_ = pending.size();
-            wakeAt = out.wake;
-            looseWake = out.looseWake;
-            unplugNow = out.unplug;
         }
         if (master_ >= 0 && !pending.empty()) {
             const ssize_t n = ::write(master_, pending.data(), pending.size());
@@ -318,9 +364,54 @@ std::string VirtualController::partialLine() const
     return locked([](const DeviceModel& m) { return m.partialLine(); });
 }
 
+void VirtualController::setTunnelMode(bool on)
+{
+    changed([&](DeviceModel& m) { m.setTunnelMode(on); });
+}
+void VirtualController::setTunnelFrameRate(double framesPerSecond)
+{
+    changed([&](DeviceModel& m) { m.setTunnelFrameRate(framesPerSecond); });
+}
+void VirtualController::tunnelBurst(int n)
+{
+    changed([&](DeviceModel& m) { m.tunnelBurst(n, Clock::now()); });
+}
+void VirtualController::tunnelChecksumError()
+{
+    changed([&](DeviceModel& m) { m.tunnelChecksumError(Clock::now()); });
+}
+void VirtualController::tunnelSendError(std::uint8_t code)
+{
+    changed([&](DeviceModel& m) { m.tunnelSendError(code, Clock::now()); });
+}
+std::vector<Bytes> VirtualController::tunnelBodies() const
+{
+    return locked([](const DeviceModel& m) { return m.tunnelBodies(); });
+}
+int VirtualController::tunnelPackets() const
+{
+    return locked([](const DeviceModel& m) { return m.tunnelPackets(); });
+}
+std::size_t VirtualController::tunnelStrayBytes() const
+{
+    return locked([](const DeviceModel& m) { return m.tunnelStrayBytes(); });
+}
+std::vector<Bytes> VirtualController::tunnelSentBodies() const
+{
+    return locked([](const DeviceModel& m) { return m.tunnelSentBodies(); });
+}
+std::uint32_t VirtualController::lineBaud() const
+{
+    const std::uint32_t baud = speedOf(slave_);
+    return baud > 0 ? baud : wire::Baud;
+}
+
 void VirtualController::unplug()
 {
-    changed([](DeviceModel& m) { m.unplug(); });
+    changed([this](DeviceModel& m) {
+        m.unplug();
+        unplugRequested_ = true;
+    });
     std::unique_lock lock(mutex_);
     if (running_) {
         // The thread closes the line; return only when it has.

@@ -7,6 +7,9 @@
 // reason the controller cannot tell when the tool opens the port: its terminal banner is the
 // answer to an empty line (see DeviceModel).
 //
+// The same descriptor shares the line settings the tool makes on its own, so the controller
+// sees the speed the tool opened the port with (lineBaud) and paces tunnel output at it.
+//
 // Every setter and getter may be called from any thread, before or after start().
 #pragma once
 
@@ -75,6 +78,26 @@ public:
     std::vector<std::string> terminalLines() const;  // lines received up to their CR, without it
     std::string partialLine() const;                  // text received after the last CR
 
+    // CAN tunnel (see DeviceModel): the controller as the tool's CAN interface.
+    void setTunnelMode(bool on);
+    void setTunnelFrameRate(double framesPerSecond);  // "}x" records, one per write; 0: none
+    // From now on, after whatever is still going out, paced at lineBaud(). A burst is n
+    // records back to back handed over in a single write once its last byte has crossed the
+    // wire (n*17*10/baud seconds); the pty may still pass it on in parts if the tool is slow
+    // to read. When the tool does not read, the controller holds back after about 4 KB not
+    // yet in the pty, and the frame rate's frames beyond DeviceModel::MaxTunnelBacklog are lost.
+    void tunnelBurst(int n);
+    void tunnelChecksumError();
+    void tunnelSendError(std::uint8_t code);
+    static Bytes tunnelFrameBody(std::uint32_t k) { return DeviceModel::tunnelFrameBody(k); }
+    std::vector<Bytes> tunnelBodies() const;       // complete bodies received, in order
+    int tunnelPackets() const;                     // 0x7D packet starts received
+    std::size_t tunnelStrayBytes() const;          // bytes before the first 0x7D
+    std::vector<Bytes> tunnelSentBodies() const;   // bodies of the "}x" records handed out
+    // The output speed set on the line, 921600 when the controller cannot tell (a speed
+    // outside the standard table, set through termios2).
+    std::uint32_t lineBaud() const;
+
     // What the controller has received and done
     int requestCount(Request request) const;
     Bytes received() const;
@@ -104,6 +127,7 @@ private:
     std::condition_variable lineClosedCv_;
     bool lineClosed_ = false;  // under mutex_
     std::size_t unwritten_ = 0;  // under mutex_: bytes taken from the model, not yet in the pty
+    bool unplugRequested_ = false;  // under mutex_
     DeviceModel model_;
     int master_ = -1;
     int slave_ = -1;

@@ -9,6 +9,7 @@
 #include "device/self_update.h"
 #include "editor/form2.h"
 #include "editor/codec.h"
+#include "remote/form3.h"
 #include "flash/jobs.h"
 #include "platform/port_numbering.h"
 #include "platform/program_folder.h"
@@ -88,7 +89,12 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent)
     buildControls();
 }
 
-MainWindow::~MainWindow() = default;
+MainWindow::~MainWindow()
+{
+    // The tool's own windows go with it.
+    delete tunnel_.data();
+    delete editor_.data();
+}
 
 void MainWindow::buildControls()
 {
@@ -293,6 +299,7 @@ void MainWindow::buildControls()
     connect(Command7, &QPushButton::clicked, this, &MainWindow::Command7_Click);
     connect(Command4, &QPushButton::clicked, this, &MainWindow::Command4_Click);
     connect(Command10, &QPushButton::clicked, this, &MainWindow::Command10_Click);
+    connect(Command6, &QPushButton::clicked, this, &MainWindow::Command6_Click);
     connect(Command1, &QPushButton::clicked, this, &MainWindow::Command1_Click);
     connect(Command3, &QPushButton::clicked, this, &MainWindow::Command3_Click);
     connect(Command9, &QPushButton::clicked, this, &MainWindow::Command9_Click);
@@ -700,6 +707,26 @@ void MainWindow::Command10_Click()
     // Loaded before it shows, so it appears once, filled and at its full height.
     form->Form_Load();
     form->show();
+}
+
+Form3* MainWindow::tunnel() const
+{
+    return tunnel_.data();
+}
+
+void MainWindow::Command6_Click()
+{
+    if (deviceJob_ || tunnel_)
+        return;
+    // A window of its own; the configuration panel waits until it is closed, since the
+    // tunnel holds the device's port.
+    auto* form = new Form3(programFolder());
+    form->setAttribute(Qt::WA_DeleteOnClose);
+    tunnel_ = form;
+    connect(form, &Form3::unloaded, this, [this] { frame_config->setEnabled(true); });
+    form->show();
+    form->start(state.fwupdateser, chosenPort());
+    frame_config->setEnabled(false);
 }
 
 void MainWindow::Command17_Click()

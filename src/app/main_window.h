@@ -2,7 +2,7 @@
 // The main window: the connect panel, the configuration panel, the terminal panel, the status
 // bar, the step list and the hidden state labels. Handlers do what a click does in the window
 // and hand the work to logic objects on worker threads.
-#include "app/job.h"
+#include "platform/job_runner.h"
 #include "app/link_state.h"
 #include "terminal/terminal.h"
 #include "util/twips.h"
@@ -33,6 +33,7 @@ struct ScanEntry;
 struct ConnectResult;
 class Dialogs;
 class Form2;
+class Form3;
 class TcpClient;
 
 class MainWindow : public QMainWindow {
@@ -122,6 +123,8 @@ public:
 
     // The configuration editor while it is open ("DISPLAY KONFIGURIEREN").
     Form2* editor() const;
+    // The tunnel window while it is open ("CAN-BUS TUNNEL").
+    Form3* tunnel() const;
     // How the editor ends the program after a fatal error; tests replace it.
     std::function<void(int code)> editorEndProgram;
 
@@ -146,6 +149,7 @@ public slots:
     void Command7_Click();
     void Command4_Click();
     void Command10_Click();
+    void Command6_Click();  // "CAN-BUS TUNNEL"
     void Command1_Click();  // "TELNET TERMINAL"
     void Command3_Click();  // "BERICHT SENDEN"
     void telnetsendbox_KeyPress(int keyAscii);
@@ -211,6 +215,7 @@ private:
     bool userChosePort_ = false; // the scan stops moving the selection once the user has chosen
     int scanGeneration_ = 0;     // entries of an earlier scan are dropped
     QPointer<Form2> editor_;
+    QPointer<Form3> tunnel_;
     TerminalText terminal_;
     QTimer* terminalFlush_ = nullptr;
     QElapsedTimer terminalPending_; // since the oldest output not yet shown

@@ -26,27 +26,31 @@ int tcpStateNumber(QAbstractSocket::SocketState state, QAbstractSocket::SocketEr
     return 9;
 }
 
-TcpClient::TcpClient(QObject* parent) : QObject(parent), socket_(new QTcpSocket(this))
+TcpClient::TcpClient(QObject* parent)
+    : QObject(parent), socket_(new QTcpSocket(this)), connectTimer_(new QTimer(this))
 {
     // The connect time-out covers the name lookup too; Qt's own ends only the connect itself.
-    connectTimer_.setSingleShot(true);
-    connectTimer_.setInterval(30000);
-    connect(&connectTimer_, &QTimer::timeout, this, [this] {
+    connectTimer_->setSingleShot(true);
+    connectTimer_->setInterval(30000);
+    connect(connectTimer_, &QTimer::timeout, this, [this] {
         if (socket_->state() == QAbstractSocket::ConnectedState)
             return;
         error_ = QAbstractSocket::SocketTimeoutError;
         socket_->abort();
+        emit stateMayHaveChanged();
     });
     connect(socket_, &QTcpSocket::connected, this, [this] {
-        connectTimer_.stop();
+        connectTimer_->stop();
         // Short lines go out at once instead of waiting for the previous one's acknowledgement.
         socket_->setSocketOption(QAbstractSocket::LowDelayOption, 1);
     });
     connect(socket_, &QTcpSocket::errorOccurred, this, [this](QAbstractSocket::SocketError e) {
         if (!closedByUs_)
             error_ = e;
-        connectTimer_.stop();
+        connectTimer_->stop();
+        emit stateMayHaveChanged();
     });
+    connect(socket_, &QTcpSocket::stateChanged, this, &TcpClient::stateMayHaveChanged);
     connect(socket_, &QTcpSocket::readyRead, this, [this] {
         const QByteArray data = socket_->readAll();
         if (!data.isEmpty())
@@ -61,17 +65,19 @@ void TcpClient::connectTo(const QString& host, int port)
     error_ = QAbstractSocket::UnknownSocketError;
     if (port < 1 || port > 65535) {
         error_ = QAbstractSocket::UnsupportedSocketOperationError;
+        emit stateMayHaveChanged();
         return;
     }
-    connectTimer_.start();
+    connectTimer_->start();
     socket_->connectToHost(host, quint16(port));
 }
 
 void TcpClient::close()
 {
     closedByUs_ = true;
-    connectTimer_.stop();
+    connectTimer_->stop();
     socket_->abort();
+    emit stateMayHaveChanged();
 }
 
 int TcpClient::state() const

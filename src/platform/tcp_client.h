@@ -34,17 +34,19 @@ public:
     // Sends while connected; false (and nothing sent) otherwise.
     bool send(const QByteArray& data);
 
-    void setConnectTimeout(int ms) { connectTimer_.setInterval(ms); }
-    int connectTimeout() const { return connectTimer_.interval(); }
+    void setConnectTimeout(int ms) { connectTimer_->setInterval(ms); }
+    int connectTimeout() const { return connectTimer_->interval(); }
     QTcpSocket* socket() const { return socket_; }
 
 signals:
     // Everything that was waiting when the socket reported data, as one chunk.
     void dataArrived(const QByteArray& data);
+    // The state number may have changed (Qt's state or error did, or the tool closed).
+    void stateMayHaveChanged();
 
 private:
     QTcpSocket* socket_;
-    QTimer connectTimer_;
+    QTimer* connectTimer_;
     QAbstractSocket::SocketError error_ = QAbstractSocket::UnknownSocketError;
     bool closedByUs_ = false;
 };

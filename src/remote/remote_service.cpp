@@ -56,6 +56,41 @@ RemoteRecord parseRemoteRecord(const std::string& reply)
     return r;
 }
 
+std::string tunnelRecordPath(const std::string& connectId)
+{
+    return "/CAN/" + connectId + ".dat";
+}
+
+std::optional<TunnelRecord> parseTunnelRecord(const std::string& text, std::string& why)
+{
+    std::string line = text.substr(0, text.find_first_of("\r\n"));
+    const std::vector<std::string> f = fields(line);
+    if (f.size() < 7) {
+        why = std::to_string(f.size()) + " von 7 Feldern";
+        return std::nullopt;
+    }
+    std::optional<int> n[7];
+    for (int i = 0; i < 7; ++i) {
+        n[i] = wholeNumber(f[std::size_t(i)]);
+        if (!n[i]) {
+            why = "Feld " + std::to_string(i + 1) + " ist keine Zahl: \"" + f[std::size_t(i)] + "\"";
+            return std::nullopt;
+        }
+    }
+    TunnelRecord r;
+    r.host = std::to_string(*n[0]) + "." + std::to_string(*n[1]) + "." + std::to_string(*n[2]) + "." +
+             std::to_string(*n[3]);
+    r.port = *n[4];
+    r.baud = *n[5];
+    r.loopback = *n[6] != 0;
+    return r;
+}
+
+std::string fileInFolder(const std::string& folder, const std::string& name)
+{
+    return !folder.empty() && folder.back() == '/' ? folder + name : folder + "/" + name;
+}
+
 const char* tcpStateLine(int state)
 {
     switch (state) {

@@ -23,6 +23,23 @@ struct RemoteRecord {
 };
 RemoteRecord parseRemoteRecord(const std::string& reply);
 
+// The tunnel's record, "/CAN/" + connect-ID + ".dat": seven fields "a,b,c,d,port,baud,loopback"
+// (loopback 1 = on, 0 = off). Nothing, with `why` for the log, when a field is missing or not
+// a number.
+struct TunnelRecord {
+    std::string host;
+    int port = 0;
+    int baud = 0;
+    bool loopback = false;
+};
+std::optional<TunnelRecord> parseTunnelRecord(const std::string& text, std::string& why);
+std::string tunnelRecordPath(const std::string& connectId);
+// A connect-ID shorter than this is refused.
+inline constexpr std::size_t kConnectIdMinLength = 8;
+
+// A file in a folder, with one "/" between them unless the folder already ends in one.
+std::string fileInFolder(const std::string& folder, const std::string& name);
+
 // The line the terminal shows for a socket state number, "" for a number without one.
 const char* tcpStateLine(int state);
 // "REMOTE" can be pressed again in these states (closed, closed by the server, error).

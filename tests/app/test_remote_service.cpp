@@ -3,10 +3,15 @@
 #include "app/main_window.h"
 #include "local_smtp_server.h"
 #include "platform/tcp_client.h"
+#include "remote/form3.h"
 #include "sim_ports.h"
 #include "window_fixture.h"
 
+#include <QComboBox>
+#include <QGroupBox>
 #include <QJsonArray>
+#include <QLineEdit>
+#include <QPlainTextEdit>
 #include <QJsonObject>
 #include <QLabel>
 #include <QSerialPort>
@@ -223,6 +228,30 @@ private slots:
         QTest::qWait(200);
         QCOMPARE(dropLines(), 1);
         QCOMPARE(c.received().size(), before);
+        qunsetenv("VELTRO_WEB_HTTP");
+    }
+
+    // "CAN-BUS TUNNEL" opens the tunnel window on the controller's serial number and port, and
+    // the configuration panel waits until it is closed.
+    void tunnelWindow()
+    {
+        qputenv("VELTRO_WEB_HTTP", "http://127.0.0.1:9");
+        SimPorts ports;
+        ports.add(4);
+        Window win;
+        MainWindow& w = win.w;
+        win.connectNow();
+        QTest::mouseClick(w.Command6, Qt::LeftButton);
+        Form3* tunnel = w.tunnel();
+        QVERIFY(tunnel && tunnel->isVisible() && !w.frame_config->isEnabled());
+        QCOMPARE(tunnel->windowTitle(), QString("CAN-BUS TUNNEL"));
+        QCOMPARE(tunnel->connectid->text(), QString("1A2B3C4D"));
+        QCOMPARE(tunnel->Comboport->count(), 1);
+        QCOMPARE(tunnel->Comboport->currentText(), QString("4"));
+        QTRY_VERIFY(tunnel->log->toPlainText().endsWith("++NO CONNECTIONDATA FOUND!"));
+        tunnel->close();
+        QVERIFY(w.frame_config->isEnabled());
+        QTRY_VERIFY(w.tunnel() == nullptr);
         qunsetenv("VELTRO_WEB_HTTP");
     }
 };

@@ -1,0 +1,304 @@
+#include "remote/form3.h"
+
+#include "platform/endpoints.h"
+#include "platform/internet.h"
+#include "platform/port_numbering.h"
+#include "remote/remote_service.h"
+#include "remote/tunnel_link.h"
+
+#include <QCheckBox>
+#include <QCloseEvent>
+#include <QComboBox>
+#include <QFile>
+#include <QGridLayout>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QThread>
+#include <QTimer>
+#include <QVBoxLayout>
+
+#include <cstdio>
+#include <fstream>
+#include <optional>
+#include <sstream>
+
+namespace veltro {
+
+namespace {
+QFrame* lamp(QWidget* parent, const char* name)
+{
+    auto* f = new QFrame(parent);
+    f->setObjectName(name);
+    f->setFixedSize(14, 14);
+    f->setAutoFillBackground(true);
+    QPalette p = f->palette();
+    p.setColor(QPalette::Window, QColor(0, 200, 0));
+    f->setPalette(p);
+    f->setFrameShape(QFrame::Box);
+    f->setVisible(false);
+    return f;
+}
+
+QTimer* timer(int ms, QObject* parent, const char* name, bool singleShot)
+{
+    auto* t = new QTimer(parent);
+    t->setObjectName(name);
+    t->setInterval(ms);
+    t->setSingleShot(singleShot);
+    return t;
+}
+} // namespace
+
+Form3::Form3(std::string folder, QWidget* parent) : QWidget(parent, Qt::Window), folder_(std::move(folder))
+{
+    setObjectName("Form3");
+    setWindowTitle("CAN-BUS TUNNEL");
+    auto named = [](auto* w, const char* name) {
+        w->setObjectName(name);
+        return w;
+    };
+    connectid = named(new QLineEdit(this), "connectid");
+    connectid->setPlaceholderText("4A-07-C3-1E");
+    connectid->setAccessibleName("CONNECT-ID");
+    Label4 = named(new QLabel("CONNECT-ID:", this), "Label4");
+    Label4->setBuddy(connectid);
+    Command4 = named(new QPushButton("QUERY", this), "Command4");
+    host = named(new QLineEdit("192.168.0.10", this), "host");
+    host->setAccessibleName("Server");
+    tcpport = named(new QLineEdit("1500", this), "tcpport");
+    tcpport->setAccessibleName("TCP-Port");
+    Label2 = named(new QLabel("COMPORT:", this), "Label2");
+    Comboport = named(new QComboBox(this), "Comboport");
+    Label2->setBuddy(Comboport);
+    loopbacktest = named(new QCheckBox("loopback", this), "loopbacktest");
+    command1 = named(new QPushButton("CONNECT!", this), "command1");
+    Command3 = named(new QPushButton("DISCONNECT", this), "Command3");
+    command1->setEnabled(false);
+    Command3->setEnabled(false);
+    log = named(new QPlainTextEdit(this), "log");
+    log->setReadOnly(true);
+    log->setAccessibleName("Log");
+    // A long session should not make each batch dearer: the view keeps the last lines.
+    log->setMaximumBlockCount(5000);
+    state = named(new QLabel(this), "state");
+    laststatus = named(new QLabel("100", this), "laststatus");
+    laststatus->setVisible(false);
+    counts = named(new QLabel(this), "counts");
+    rx1 = lamp(this, "rx1");
+    tx1 = lamp(this, "tx1");
+    rx2 = named(new QLabel("RX", this), "rx2");
+    tx2 = named(new QLabel("TX", this), "tx2");
+    rx2->setVisible(false);
+    tx2->setVisible(false);
+
+    auto* grid = new QGridLayout;
+    grid->addWidget(Label4, 0, 0);
+    grid->addWidget(connectid, 0, 1);
+    grid->addWidget(Command4, 0, 2);
+    grid->addWidget(host, 1, 1);
+    grid->addWidget(tcpport, 1, 2);
+    grid->addWidget(Label2, 2, 0);
+    grid->addWidget(Comboport, 2, 1);
+    grid->addWidget(loopbacktest, 2, 2);
+    auto* buttons = new QHBoxLayout;
+    buttons->addWidget(command1);
+    buttons->addWidget(Command3);
+    buttons->addStretch(1);
+    for (QWidget* w : {static_cast<QWidget*>(tx1), static_cast<QWidget*>(tx2), static_cast<QWidget*>(rx1),
+                       static_cast<QWidget*>(rx2)})
+        buttons->addWidget(w);
+    auto* outer = new QVBoxLayout(this);
+    outer->addLayout(grid);
+    outer->addLayout(buttons);
+    outer->addWidget(log, 1);
+    outer->addWidget(counts);
+    outer->addWidget(state);
+    resize(520, 420);
+
+    Timer1 = timer(100, this, "Timer1", false);
+    rxtimer = timer(150, this, "rxtimer", true);
+    TXTIMER = timer(150, this, "TXTIMER", true);
+    connect(Timer1, &QTimer::timeout, this, &Form3::Timer1_Timer);
+    connect(rxtimer, &QTimer::timeout, this, [this] {
+        rx1->setVisible(false);
+        rx2->setVisible(false);
+    });
+    connect(TXTIMER, &QTimer::timeout, this, [this] {
+        tx1->setVisible(false);
+        tx2->setVisible(false);
+    });
+    connect(Command4, &QPushButton::clicked, this, &Form3::Command4_Click);
+    connect(command1, &QPushButton::clicked, this, &Form3::command1_Click);
+    connect(Command3, &QPushButton::clicked, this, &Form3::Command3_Click);
+
+    thread_ = new QThread(this);
+    thread_->setObjectName("tunnel relay");
+    link_ = new TunnelLink;
+    link_->moveToThread(thread_);
+    connect(thread_, &QThread::finished, link_, &QObject::deleteLater);
+    connect(link_, &TunnelLink::events, this, &Form3::showEvents);
+    connect(link_, &TunnelLink::serverClosed, this, [this] {
+        Command3->setEnabled(false);
+        command1->setEnabled(true);
+    });
+    connect(link_, &TunnelLink::opened, this, [this](bool portOpen) {
+        if (!portOpen)
+            Command3_Click();
+    });
+    connect(loopbacktest, &QCheckBox::toggled, link_, &TunnelLink::setLoopback);
+    thread_->start();
+    Timer1->start();
+}
+
+Form3::~Form3()
+{
+    QMetaObject::invokeMethod(link_, &TunnelLink::close, Qt::BlockingQueuedConnection);
+    thread_->quit();
+    thread_->wait();
+}
+
+void Form3::start(const QString& serial, int portNumber)
+{
+    connectid->setText(serial);
+    Comboport->clear();
+    Comboport->addItem(QString::number(portNumber));
+    Comboport->setCurrentIndex(0);
+    Command4_Click();
+}
+
+void Form3::logLine(const QString& line)
+{
+    log->appendPlainText(line);
+}
+
+void Form3::Command4_Click()
+{
+    const std::string id = connectid->text().toStdString();
+    if (id.size() < kConnectIdMinLength) {
+        logLine("++CONNECT-ID TO SHORT");
+        command1->setEnabled(false);
+        emit queryFinished();
+        return;
+    }
+    Command3_Click();
+    // The record is downloaded on a worker; QUERY waits for it.
+    Command4->setEnabled(false);
+    const std::string url = endpoints::webHttpRoot() + tunnelRecordPath(id);
+    const std::string target = fileInFolder(folder_, "connectid.sys");
+    jobs_.run<std::optional<std::string>>(
+        [url, target]() -> std::optional<std::string> {
+            if (downloadToFile(url, target) != 0)
+                return std::nullopt;
+            std::ifstream in(target, std::ios::binary);
+            std::ostringstream text;
+            text << in.rdbuf();
+            in.close();
+            std::remove(target.c_str()); // the record is read once and not kept
+            return text.str();
+        },
+        [this](const std::optional<std::string>& text) {
+            Command4->setEnabled(true);
+            std::string why;
+            const auto record = text ? parseTunnelRecord(*text, why) : std::nullopt;
+            if (!text) {
+                logLine("++NO CONNECTIONDATA FOUND!");
+                command1->setEnabled(false);
+            } else if (!record) {
+                logLine(QString::fromStdString("++CONNECTIONDATA FEHLERHAFT: " + why));
+                command1->setEnabled(false);
+            } else {
+                logLine("++CONNECTIONDATA FOUND!");
+                logLine("++BAUDRATE: " + QString::number(record->baud));
+                command1->setEnabled(true);
+                host->setText(QString::fromStdString(record->host));
+                tcpport->setText(QString::number(record->port));
+                baud_ = record->baud;
+                loopbacktest->setChecked(record->loopback);
+            }
+            emit queryFinished();
+        });
+}
+
+void Form3::command1_Click()
+{
+    bool isNumber = false;
+    const int port = tcpport->text().trimmed().toInt(&isNumber);
+    const QString serialPort = QString::fromStdString(portLocation(Comboport->currentText().toInt()));
+    QMetaObject::invokeMethod(link_, [link = link_, h = host->text(), port = isNumber ? port : -1, serialPort,
+                                      b = baud_, path = QString::fromStdString(fileInFolder(folder_, "CAN_LOG.txt")),
+                                      loop = loopbacktest->isChecked()] {
+        link->setLoopback(loop);
+        link->open(h, port, serialPort, b, path);
+    });
+    command1->setEnabled(false);
+    Command3->setEnabled(true);
+    logLine("++TRY TO CONNECT TO SERVER...");
+}
+
+void Form3::Command3_Click()
+{
+    QMetaObject::invokeMethod(link_, &TunnelLink::close, Qt::BlockingQueuedConnection);
+    Command3->setEnabled(false);
+    command1->setEnabled(true);
+    logLine("++TCP/IP-CONNECTION CLOSED!");
+}
+
+void Form3::Timer1_Timer()
+{
+    const int now = link_->state();
+    const std::optional<int> changed = stateChange(now, laststatus->text().toStdString());
+    if (!changed)
+        return;
+    const QString line = QString::fromLatin1(tcpStateLine(*changed));
+    state->setText("Status: " + line);
+    logLine(line);
+    QMetaObject::invokeMethod(link_, [link = link_, l = line.toLatin1()] { link->writeLog(l); });
+    if (*changed == 8 || *changed == 9)
+        Command3_Click();
+    laststatus->setText(QString::number(*changed));
+}
+
+void Form3::showEvents(const TunnelEvents& batch)
+{
+    if (!batch.lines.isEmpty())
+        log->appendPlainText(batch.lines.join('\n'));
+    if (batch.tx) {
+        tx1->setVisible(true);
+        tx2->setVisible(true);
+        TXTIMER->start();
+    }
+    if (batch.rx) {
+        rx1->setVisible(true);
+        rx2->setVisible(true);
+        rxtimer->start();
+    }
+    counts->setText(QString("Zum Server: %1   Nicht gesendet: %2   Zum Gerät: %3   Verloren: %4")
+                        .arg(batch.counts.relayed)
+                        .arg(batch.counts.refused)
+                        .arg(batch.counts.toDevice)
+                        .arg(batch.counts.lost));
+}
+
+void Form3::hideLamps()
+{
+    for (QWidget* w : {static_cast<QWidget*>(rx1), static_cast<QWidget*>(rx2), static_cast<QWidget*>(tx1),
+                       static_cast<QWidget*>(tx2)})
+        w->setVisible(false);
+}
+
+void Form3::closeEvent(QCloseEvent* event)
+{
+    // Form_Unload
+    QMetaObject::invokeMethod(link_, &TunnelLink::close, Qt::BlockingQueuedConnection);
+    hideLamps();
+    if (!unloaded_) {
+        unloaded_ = true;
+        emit unloaded();
+    }
+    event->accept();
+}
+
+} // namespace veltro

@@ -1,0 +1,226 @@
+// "CAN-BUS TUNNEL" over real links: the record from a web server on 127.0.0.1, a tunnel server
+// in the test, the device on a pseudo-terminal that the test drives from its master side.
+#include "local_http_server.h"
+#include "remote/form3.h"
+#include "remote/tunnel_link.h"
+#include "test_files.h"
+
+#include <QCheckBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <fcntl.h>
+#include <pty.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <memory>
+
+using namespace veltro;
+using namespace veltro::test;
+
+namespace {
+// A pseudo-terminal whose slave is serial port 7 for the tool; the test is the device.
+struct Device {
+    int master = -1, slave = -1;
+    QByteArray got;
+    Device()
+    {
+        char name[128];
+        termios raw{};
+        cfmakeraw(&raw);
+        openpty(&master, &slave, name, &raw, nullptr);
+        ::fcntl(master, F_SETFL, O_NONBLOCK);
+        qputenv("VELTRO_SYSTEM_PORTS", "0");
+        qputenv("VELTRO_PORTS", QByteArray("7=") + name);
+    }
+    ~Device()
+    {
+        ::close(master);
+        ::close(slave);
+    }
+    void write(const QByteArray& bytes) { QCOMPARE(::write(master, bytes.data(), size_t(bytes.size())), ssize_t(bytes.size())); }
+    QByteArray& read()
+    {
+        char buf[4096];
+        for (ssize_t n; (n = ::read(master, buf, sizeof buf)) > 0;)
+            got.append(buf, n);
+        return got;
+    }
+};
+
+QByteArray body(char first)
+{
+    QByteArray b(15, '\0');
+    for (int i = 0; i < 15; ++i)
+        b[i] = char(first + i);
+    return b;
+}
+
+QStringList logLines(const Form3& f)
+{
+    return f.log->toPlainText().split('\n');
+}
+
+// A window with the web server serving `record` (none: a missing record) for connect-ID
+// 1A2B3C4D, after its query.
+struct Tunnel {
+    QTemporaryDir folder, web;
+    LocalHttpServer server;
+    std::unique_ptr<Form3> form;
+    explicit Tunnel(const QByteArray* record, const QString& id = "1A2B3C4D")
+    {
+        if (record)
+            writeFile(web.path() + "/CAN/1A2B3C4D.dat", *record);
+        QVERIFY(server.start(web.path()));
+        server.exportEnvironment();
+        form = std::make_unique<Form3>(folder.path().toStdString());
+        form->show();
+        QSignalSpy done(form.get(), &Form3::queryFinished);
+        form->start(id, 7);
+        if (done.isEmpty())
+            QVERIFY(done.wait(20000));
+    }
+};
+} // namespace
+
+class TestTunnelWindow : public QObject {
+    Q_OBJECT
+private slots:
+    void query_data()
+    {
+        QTest::addColumn<QString>("id");
+        QTest::addColumn<QByteArray>("record"); // "-": none on the server
+        QTest::addColumn<QStringList>("lines");
+        QTest::addColumn<bool>("connectable");
+        const QString closed = "++TCP/IP-CONNECTION CLOSED!";
+        QTest::newRow("found") << "1A2B3C4D" << QByteArray("10,1,2,3,4711,115200,1\r\n")
+                               << QStringList{closed, "++CONNECTIONDATA FOUND!", "++BAUDRATE: 115200"} << true;
+        QTest::newRow("ID of 7 characters") << "1A2B3C4" << QByteArray("10,1,2,3,4711,115200,1")
+                                            << QStringList{"++CONNECT-ID TO SHORT"} << false;
+        QTest::newRow("missing record") << "1A2B3C4D" << QByteArray("-")
+                                        << QStringList{closed, "++NO CONNECTIONDATA FOUND!"} << false;
+        QTest::newRow("six fields") << "1A2B3C4D" << QByteArray("10,1,2,3,4711,115200")
+                                    << QStringList{closed, "++CONNECTIONDATA FEHLERHAFT: 6 von 7 Feldern"} << false;
+        QTest::newRow("port not a number") << "1A2B3C4D" << QByteArray("10,1,2,3,port,115200,0")
+                                           << QStringList{closed, "++CONNECTIONDATA FEHLERHAFT: Feld 5 ist keine Zahl: \"port\""}
+                                           << false;
+    }
+    void query()
+    {
+        QFETCH(QString, id);
+        QFETCH(QByteArray, record);
+        QFETCH(QStringList, lines);
+        QFETCH(bool, connectable);
+        Device device;
+        Tunnel t(record == "-" ? nullptr : &record, id);
+        QCOMPARE(logLines(*t.form), lines);
+        QCOMPARE(t.form->command1->isEnabled(), connectable);
+        QVERIFY(!QFile::exists(t.folder.path() + "/connectid.sys"));
+        QCOMPARE(t.server.requestedPaths().size(), id.size() < 8 ? 0 : 1);
+        if (connectable) {
+            QCOMPARE(t.form->host->text(), QString("10.1.2.3"));
+            QCOMPARE(t.form->tcpport->text(), QString("4711"));
+            QCOMPARE(t.form->baud(), 115200);
+            QVERIFY(t.form->loopbacktest->isChecked());
+        }
+    }
+
+    // Frames both ways byte for byte, loopback, the device's error records, the server
+    // closing, and CAN_LOG.txt.
+    void relay()
+    {
+        Device device;
+        QTcpServer server;
+        QVERIFY(server.listen(QHostAddress::LocalHost, 0));
+        const QByteArray record = "127,0,0,1," + QByteArray::number(server.serverPort()) + ",921600,0";
+        Tunnel t(&record);
+        Form3& f = *t.form;
+        QTest::mouseClick(f.command1, Qt::LeftButton);
+        QVERIFY(!f.command1->isEnabled() && f.Command3->isEnabled());
+        QTRY_VERIFY(server.hasPendingConnections());
+        std::unique_ptr<QTcpSocket> peer(server.nextPendingConnection());
+        QTRY_COMPARE(f.state->text(), QString("Status: ++CONNECTED TO SERVER!"));
+        QByteArray atServer;
+        const auto serverGot = [&]() -> QByteArray& { return atServer += peer->readAll(); };
+
+        // Device -> server: two frames in one read, then a record cut short that is relayed
+        // with what it has once the line stays quiet.
+        const QByteArray a = body('a'), b = body(char(0xE0));
+        device.write("}x" + a + "}x" + b);
+        QTRY_COMPARE(serverGot(), "CAN" + a + "CAN" + b);
+        QTRY_VERIFY(f.tx1->isVisible());
+        device.write("}x123");
+        QTRY_COMPARE(serverGot(), "CAN" + a + "CAN" + b + "CAN123");
+        QTRY_VERIFY(!f.tx1->isVisible());
+
+        // Server -> device: one 0x7D per chunk, a body holding "CAN" whole, a message split
+        // over two chunks joined.
+        const QByteArray withCan = "xxCANyyyyyyyyyy";
+        peer->write("CAN" + withCan + "CAN" + a);
+        QTRY_COMPARE(device.read(), "}" + withCan + a);
+        peer->write("CAN" + b.left(6));
+        QTRY_VERIFY(f.rx1->isVisible());
+        QTest::qWait(50);
+        QCOMPARE(device.read(), "}" + withCan + a);
+        peer->write(b.mid(6));
+        QTRY_COMPARE(device.read(), "}" + withCan + a + "}" + b);
+
+        // Loopback: the bodies come back to the server in order.
+        atServer.clear();
+        f.loopbacktest->setChecked(true);
+        peer->write("CAN" + a + "CAN" + b);
+        QTRY_COMPARE(serverGot(), "CAN" + a + "CAN" + b);
+
+        // The device's error records show in the log view.
+        device.write("}\xF0");
+        QTRY_VERIFY(logLines(f).contains("CKS-ERROR"));
+        device.write("}\xC8" + QByteArray(14, '\0') + char(42));
+        QTRY_VERIFY(logLines(f).contains("CAN TX-ERROR CLIENT: 42"));
+        QTRY_VERIFY(f.counts->text().startsWith("Zum Server: 3 "));
+
+        // The server closes: the tunnel disconnects itself and closes its log.
+        peer->close();
+        QTRY_VERIFY(f.command1->isEnabled());
+        QTRY_COMPARE(f.laststatus->text(), QString("8"));
+        QVERIFY(!f.Command3->isEnabled());
+        QCOMPARE(logLines(f).mid(logLines(f).indexOf("++REMOTE HOST CLOSED CONNECTION!")),
+                 (QStringList{"++REMOTE HOST CLOSED CONNECTION!", "++TCP/IP-CONNECTION CLOSED!"}));
+        const QByteArray file = readFile(t.folder.path() + "/CAN_LOG.txt");
+        QVERIFY(file.startsWith("++TRY TO CONNECT TO SERVER...\r\n++CONNECTED TO SERVER!\r\n"));
+        for (const QByteArray& line : {"TX TO SERVER:}x" + a, "TX TO SERVER:}x" + b, QByteArray("TX TO SERVER:}x123"),
+                                       "RX FROM SERVER:" + withCan, QByteArray("CKS-ERROR"), QByteArray("CAN TX-ERROR42")})
+            QVERIFY2(file.contains(line + "\r\n"), line.constData());
+        QVERIFY(file.endsWith("++REMOTE HOST CLOSED CONNECTION!\r\n"));
+        // Nothing more is written to the closed log.
+        device.write("}\xF0");
+        QTest::qWait(100);
+        QCOMPARE(logLines(f).count("CKS-ERROR"), 1); // the port is closed, too
+        QCOMPARE(readFile(t.folder.path() + "/CAN_LOG.txt"), file);
+    }
+
+    // A serial port that cannot be opened says so, and the window stays usable.
+    void serialPortMissing()
+    {
+        QTcpServer server;
+        QVERIFY(server.listen(QHostAddress::LocalHost, 0));
+        qputenv("VELTRO_SYSTEM_PORTS", "0");
+        qputenv("VELTRO_PORTS", "");
+        const QByteArray record = "127,0,0,1," + QByteArray::number(server.serverPort()) + ",9600,0";
+        Tunnel t(&record);
+        QTest::mouseClick(t.form->command1, Qt::LeftButton);
+        QTRY_VERIFY(logLines(*t.form).contains("++COMPORT KANN NICHT GEÖFFNET WERDEN: Port nicht vorhanden"));
+        QTRY_VERIFY(t.form->command1->isEnabled());
+        QVERIFY(!t.form->Command3->isEnabled());
+    }
+};
+
+QTEST_MAIN(TestTunnelWindow)
+#include "test_tunnel_window.moc"

@@ -6,6 +6,7 @@
 #include "remote/remote_service.h"
 
 #include <QSerialPort>
+#include <QTcpSocket>
 #include <QTimer>
 
 namespace veltro {
@@ -17,6 +18,9 @@ QByteArray bytes(const std::string& s)
 }
 // Batches reach the window at most this often; lamps and the log view need no more.
 constexpr int kBatchMs = 40;
+// A peer that takes nothing for this long a queue loses what comes next, instead of the
+// tool's memory growing without end: about 4,000 frames either way.
+constexpr qint64 kMaxQueued = 64 * 1024;
 } // namespace
 
 TunnelLink::TunnelLink()
@@ -133,11 +137,19 @@ void TunnelLink::serverData(const QByteArray& data)
 void TunnelLink::apply(RelayOutput&& out)
 {
     // The peers first, then the record of it.
+    if (!out.toServer.empty() && socket_->socket()->bytesToWrite() > kMaxQueued) {
+        out.toServer.clear();
+        out.add(relay_.overrun(TunnelRelay::Overrun::Receive));
+    }
     for (const std::string& message : out.toServer)
         socket_->send(bytes(message));
     if (!out.toDevice.empty() && serial_->isOpen()) {
-        serial_->write(bytes(out.toDevice));
-        serial_->flush();
+        if (serial_->bytesToWrite() > kMaxQueued) {
+            out.add(relay_.overrun(TunnelRelay::Overrun::Transmit));
+        } else {
+            serial_->write(bytes(out.toDevice));
+            serial_->flush();
+        }
     }
     for (const std::string& line : out.file)
         writeLog(bytes(line));

@@ -48,7 +48,8 @@ public:
     RelayOutput serialRead(std::string_view bytes, bool connected);
     // The wait for a cut record is over: it is handled with the bytes it has.
     RelayOutput serialWaitOver(bool connected);
-    // The port lost received bytes, or could not take more to send.
+    // Frames from the device could not be kept (the server takes nothing), or bodies for the
+    // device could not be (the device takes nothing): they are lost.
     enum class Overrun { Receive, Transmit };
     RelayOutput overrun(Overrun kind);
     // A chunk from the server; `loopback`: every body goes back to the server too.

@@ -3,6 +3,7 @@
 #include "local_http_server.h"
 #include "remote/form3.h"
 #include "remote/tunnel_link.h"
+#include "sim/virtual_controller.h"
 #include "test_files.h"
 
 #include <QCheckBox>
@@ -204,6 +205,48 @@ private slots:
         QTest::qWait(100);
         QCOMPARE(logLines(f).count("CKS-ERROR"), 1); // the port is closed, too
         QCOMPARE(readFile(t.folder.path() + "/CAN_LOG.txt"), file);
+    }
+
+    // The virtual controller as the CAN interface at the record's 115200 baud: a burst of its
+    // frames (some holding "CAN", each ending in bytes that look like a record start) reaches
+    // the server byte for byte, and server messages split across chunks reach it as bodies.
+    void virtualController()
+    {
+        sim::VirtualController c;
+        c.start();
+        c.setTunnelMode(true);
+        qputenv("VELTRO_SYSTEM_PORTS", "0");
+        qputenv("VELTRO_PORTS", QByteArray("7=") + c.path().c_str());
+        QTcpServer server;
+        QVERIFY(server.listen(QHostAddress::LocalHost, 0));
+        const QByteArray record = "127,0,0,1," + QByteArray::number(server.serverPort()) + ",115200,0";
+        Tunnel t(&record);
+        QTest::mouseClick(t.form->command1, Qt::LeftButton);
+        QTRY_VERIFY(server.hasPendingConnections());
+        std::unique_ptr<QTcpSocket> peer(server.nextPendingConnection());
+        QTRY_COMPARE(t.form->laststatus->text(), QString("7"));
+        QTRY_COMPARE(c.lineBaud(), 115200u);
+
+        c.tunnelBurst(20);
+        QTRY_COMPARE(c.tunnelSentBodies().size(), std::size_t(20));
+        QByteArray expected, atServer;
+        for (const sim::Bytes& b : c.tunnelSentBodies())
+            expected += "CAN" + QByteArray(reinterpret_cast<const char*>(b.data()), qsizetype(b.size()));
+        QVERIFY(expected.count("CAN") > 20);
+        QTRY_COMPARE(atServer += peer->readAll(), expected);
+
+        QByteArray messages;
+        for (std::uint32_t k : {100u, 101u, 102u}) {
+            const sim::Bytes b = sim::VirtualController::tunnelFrameBody(k);
+            messages += "CAN" + QByteArray(reinterpret_cast<const char*>(b.data()), qsizetype(b.size()));
+        }
+        peer->write(messages.left(25));
+        QTRY_COMPARE(c.tunnelBodies().size(), std::size_t(1));
+        peer->write(messages.mid(25));
+        QTRY_COMPARE(c.tunnelBodies().size(), std::size_t(3));
+        QCOMPARE(c.tunnelBodies().at(2), sim::VirtualController::tunnelFrameBody(102));
+        QCOMPARE(c.tunnelPackets(), 2);
+        QCOMPARE(c.tunnelStrayBytes(), std::size_t(0));
     }
 
     // A serial port that cannot be opened says so, and the window stays usable.

@@ -1,19 +1,62 @@
 #include "app/demo.h"
 
+#include "app/main_window.h"
 #include "editor/demo_catalogue.h"
 #include "platform/port_numbering.h"
 #include "sim/virtual_controller.h"
 
 #include <QDir>
 #include <QStandardPaths>
+#include <QTcpServer>
+#include <QTcpSocket>
 
 #include <cstdlib>
 
 namespace veltro {
 
+namespace {
+// Answers GET /CAN/<id>.dat with `record` (the tunnel's connection data) and anything else
+// with an error page, as the maker's web server does.
+void serveRecords(QTcpServer& web, const QByteArray& record)
+{
+    QObject::connect(&web, &QTcpServer::newConnection, &web, [&web, record] {
+        while (QTcpSocket* client = web.nextPendingConnection()) {
+            QObject::connect(client, &QTcpSocket::disconnected, client, &QObject::deleteLater);
+            QObject::connect(client, &QTcpSocket::readyRead, client, [client, record] {
+                if (!client->canReadLine())
+                    return;
+                const QList<QByteArray> request = client->readLine().split(' ');
+                const QByteArray path = request.size() > 1 ? request[1] : QByteArray();
+                const bool found = path.startsWith("/CAN/") && !path.startsWith("/CAN/R_") && path.endsWith(".dat");
+                const QByteArray body = found ? record : QByteArray("<html><body>404 Not Found</body></html>");
+                client->write(QByteArray(found ? "HTTP/1.1 200 OK" : "HTTP/1.1 404 Not Found") +
+                              "\r\nContent-Length: " + QByteArray::number(body.size()) +
+                              "\r\nConnection: close\r\n\r\n" + body);
+                client->disconnectFromHost();
+            });
+        }
+    });
+}
+
+// The tunnel server of the demo: sends every byte back, so each frame the controller reports
+// returns to it as a frame for the bus.
+void echoFrames(QTcpServer& tunnel)
+{
+    QObject::connect(&tunnel, &QTcpServer::newConnection, &tunnel, [&tunnel] {
+        while (QTcpSocket* client = tunnel.nextPendingConnection()) {
+            client->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+            QObject::connect(client, &QTcpSocket::disconnected, client, &QObject::deleteLater);
+            QObject::connect(client, &QTcpSocket::readyRead, client, [client] { client->write(client->readAll()); });
+        }
+    });
+}
+} // namespace
+
 struct DemoSetup::Impl {
     sim::VirtualController controller;
     std::string path;
+    QTcpServer web;
+    QTcpServer tunnel;
 };
 
 DemoSetup::DemoSetup() : impl_(std::make_unique<Impl>())
@@ -46,9 +89,32 @@ DemoSetup::DemoSetup() : impl_(std::make_unique<Impl>())
     QDir().mkpath(QString::fromStdString(folder_));
     // The sample vehicle catalogue, without touching files the user already has there.
     installDemoCatalogue(demoCatalogueDir(), folder_);
+
+    if (impl_->tunnel.listen(QHostAddress::LocalHost, 0))
+        echoFrames(impl_->tunnel);
+    const char* web = std::getenv("VELTRO_WEB_HTTP");
+    if ((!web || !*web) && impl_->web.listen(QHostAddress::LocalHost, 0)) {
+        serveRecords(impl_->web, "127,0,0,1," + QByteArray::number(impl_->tunnel.serverPort()) + ",115200,0\r\n");
+        ::setenv("VELTRO_WEB_HTTP", ("http://127.0.0.1:" + std::to_string(impl_->web.serverPort())).c_str(), 1);
+    }
 }
 
 DemoSetup::~DemoSetup() = default;
+
+void DemoSetup::attach(MainWindow& window)
+{
+    sim::VirtualController& c = impl_->controller;
+    QObject::connect(&window, &MainWindow::tunnelOpened, &window, [&c] {
+        c.setTunnelMode(true);
+        c.setTunnelFrameRate(2);
+    });
+    QObject::connect(&window, &MainWindow::tunnelClosed, &window, [&c] { c.setTunnelMode(false); });
+}
+
+int DemoSetup::tunnelServerPort() const
+{
+    return impl_->tunnel.serverPort();
+}
 
 const std::string& DemoSetup::ptyPath() const
 {

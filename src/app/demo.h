@@ -1,15 +1,23 @@
 #pragma once
 // `veltro --demo`: a virtual controller on a pseudo-terminal, put on a free port number, and a
-// demo program folder, so the tool can be tried without hardware.
+// demo program folder, so the tool can be tried without hardware. For the CAN-bus tunnel it
+// also serves the connection records on 127.0.0.1 (unless VELTRO_WEB_HTTP names a server) and
+// runs a tunnel server there that sends every frame back; while the tunnel window is open the
+// controller is the CAN interface and reports a frame every half second.
 #include <memory>
 #include <string>
 
 namespace veltro {
 
+class MainWindow;
+
 class DemoSetup {
 public:
     DemoSetup();
     ~DemoSetup();
+    // Switches the controller to the CAN interface while the window's tunnel is open.
+    void attach(MainWindow& window);
+    int tunnelServerPort() const;
     int portNumber() const { return port_; }
     const std::string& programFolder() const { return folder_; }
     const std::string& ptyPath() const;

@@ -27,6 +27,8 @@ int main(int argc, char** argv)
         demoSetup = std::make_unique<veltro::DemoSetup>();
 
     veltro::MainWindow window;
+    if (demoSetup)
+        demoSetup->attach(window);
     window.show();
     window.Form_Load();
     return app.exec();

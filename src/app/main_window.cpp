@@ -723,7 +723,11 @@ void MainWindow::Command6_Click()
     auto* form = new Form3(programFolder());
     form->setAttribute(Qt::WA_DeleteOnClose);
     tunnel_ = form;
-    connect(form, &Form3::unloaded, this, [this] { frame_config->setEnabled(true); });
+    connect(form, &Form3::unloaded, this, [this] {
+        frame_config->setEnabled(true);
+        emit tunnelClosed();
+    });
+    emit tunnelOpened();
     form->show();
     form->start(state.fwupdateser, chosenPort());
     frame_config->setEnabled(false);

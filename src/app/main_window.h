@@ -142,6 +142,9 @@ signals:
     void remoteRecordHandled();
     // A command of the service server has been answered.
     void remoteCommandAnswered();
+    // The tunnel window has opened / closed.
+    void tunnelOpened();
+    void tunnelClosed();
     // Asked before the installer download; tests answer it instead of the message box.
 
 public slots:

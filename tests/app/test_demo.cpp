@@ -8,6 +8,13 @@
 #include "recording_reporter.h"
 #include "sim_ports.h"
 #include "test_files.h"
+#include "remote/form3.h"
+#include "window_fixture.h"
+
+#include <QLabel>
+#include <QLineEdit>
+#include <QPlainTextEdit>
+#include <QRegularExpression>
 
 #include <QTest>
 
@@ -78,7 +85,29 @@ private slots:
         const QByteArray saved = readFile(QString::fromStdString(demo_->programFolder() + "/" + serial_ + ".eep"));
         QCOMPARE(saved.left(configuration).toHex(' '), file_.left(configuration).toHex(' '));
     }
+
+    // The tunnel without hardware: the demo's record and echo server, the controller reporting
+    // frames while the window is open; its frames come back to it.
+    void tunnelRoad()
+    {
+        Window win;
+        MainWindow& w = win.w;
+        demo_->attach(w);
+        win.connectNow();
+        QTest::mouseClick(w.Command6, Qt::LeftButton);
+        Form3* tunnel = w.tunnel();
+        QVERIFY(tunnel);
+        QTRY_VERIFY(tunnel->log->toPlainText().contains("++CONNECTIONDATA FOUND!"));
+        QCOMPARE(tunnel->tcpport->text(), QString::number(demo_->tunnelServerPort()));
+        QTest::mouseClick(tunnel->command1, Qt::LeftButton);
+        QTRY_COMPARE(tunnel->laststatus->text(), QString("7"));
+        QTRY_VERIFY_WITH_TIMEOUT(tunnel->counts->text().contains(QRegularExpression("Zum Gerät: [1-9]")), 10000);
+        tunnel->close();
+        // The controller answers requests again.
+        win.connectNow();
+        QCOMPARE(w.statusText(), QString("CHECKSUMME OK - VERBUNDEN!"));
+    }
 };
 
-QTEST_GUILESS_MAIN(TestDemo)
+QTEST_MAIN(TestDemo)
 #include "test_demo.moc"

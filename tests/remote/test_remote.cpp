@@ -71,6 +71,13 @@ private slots:
             QCOMPARE(remoteReady(state), state == 0 || state == 8 || state == 9);
     }
 
+    // The tunnel's temporary file beside a folder with or without a closing separator.
+    void fileNames()
+    {
+        QCOMPARE(QString::fromStdString(fileInFolder("/opt/veltro", "connectid.sys")), QString("/opt/veltro/connectid.sys"));
+        QCOMPARE(QString::fromStdString(fileInFolder("/", "connectid.sys")), QString("/connectid.sys"));
+    }
+
     void commands_data()
     {
         QTest::addColumn<QByteArray>("chunk");

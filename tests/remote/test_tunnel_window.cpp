@@ -249,6 +249,26 @@ private slots:
         QCOMPARE(c.tunnelStrayBytes(), std::size_t(0));
     }
 
+    // A tunnel server that refuses: the error line, then the tunnel disconnects itself.
+    void refusedServer()
+    {
+        Device device;
+        quint16 closedPort = 0;
+        {
+            QTcpServer gone;
+            QVERIFY(gone.listen(QHostAddress::LocalHost, 0));
+            closedPort = gone.serverPort();
+        }
+        const QByteArray record = "127,0,0,1," + QByteArray::number(closedPort) + ",9600,0";
+        Tunnel t(&record);
+        QTest::mouseClick(t.form->command1, Qt::LeftButton);
+        QTRY_COMPARE(t.form->laststatus->text(), QString("9"));
+        QCOMPARE(logLines(*t.form).mid(logLines(*t.form).indexOf("++TRY TO CONNECT TO SERVER...")),
+                 (QStringList{"++TRY TO CONNECT TO SERVER...", "++TCP/IP-CONNECTION ERROR!", "++TCP/IP-CONNECTION CLOSED!"}));
+        QVERIFY(t.form->command1->isEnabled() && !t.form->Command3->isEnabled());
+        QCOMPARE(t.form->state->text(), QString("Status: ++TCP/IP-CONNECTION ERROR!"));
+    }
+
     // A serial port that cannot be opened says so, and the window stays usable.
     void serialPortMissing()
     {

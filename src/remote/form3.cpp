@@ -155,6 +155,8 @@ Form3::Form3(std::string folder, QWidget* parent) : QWidget(parent, Qt::Window),
 
 Form3::~Form3()
 {
+    // A query still running gives up at once, so closing never waits for a slow server.
+    closing_->store(true);
     QMetaObject::invokeMethod(link_, &TunnelLink::close, Qt::BlockingQueuedConnection);
     thread_->quit();
     thread_->wait();
@@ -189,8 +191,8 @@ void Form3::Command4_Click()
     const std::string url = endpoints::webHttpRoot() + tunnelRecordPath(id);
     const std::string target = fileInFolder(folder_, "connectid.sys");
     jobs_.run<std::optional<std::string>>(
-        [url, target]() -> std::optional<std::string> {
-            if (downloadToFile(url, target) != 0)
+        [url, target, closing = closing_]() -> std::optional<std::string> {
+            if (downloadToFile(url, target, [closing](std::int64_t, std::int64_t) { return !closing->load(); }) != 0)
                 return std::nullopt;
             std::ifstream in(target, std::ios::binary);
             std::ostringstream text;

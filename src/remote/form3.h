@@ -7,6 +7,8 @@
 
 #include <QWidget>
 
+#include <atomic>
+#include <memory>
 #include <string>
 
 class QCheckBox;
@@ -81,6 +83,7 @@ private:
     void hideLamps();
 
     std::string folder_;
+    std::shared_ptr<std::atomic<bool>> closing_ = std::make_shared<std::atomic<bool>>(false);
     int baud_ = 0;
     bool unloaded_ = false;
     QThread* thread_ = nullptr;

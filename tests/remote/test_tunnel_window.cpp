@@ -1,6 +1,7 @@
 // "CAN-BUS TUNNEL" over real links: the record from a web server on 127.0.0.1, a tunnel server
 // in the test, the device on a pseudo-terminal that the test drives from its master side.
 #include "local_http_server.h"
+#include "platform/internet.h"
 #include "remote/form3.h"
 #include "remote/tunnel_link.h"
 #include "sim/virtual_controller.h"
@@ -17,12 +18,18 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <arpa/inet.h>
 #include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <pty.h>
 #include <termios.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
 #include <memory>
+#include <thread>
 
 using namespace veltro;
 using namespace veltro::test;
@@ -267,6 +274,45 @@ private slots:
                  (QStringList{"++TRY TO CONNECT TO SERVER...", "++TCP/IP-CONNECTION ERROR!", "++TCP/IP-CONNECTION CLOSED!"}));
         QVERIFY(t.form->command1->isEnabled() && !t.form->Command3->isEnabled());
         QCOMPARE(t.form->state->text(), QString("Status: ++TCP/IP-CONNECTION ERROR!"));
+    }
+
+    // Closing the window while a slow web server keeps the query going gives the query up:
+    // the window does not wait for the download. The server trickles a byte every 100 ms, so
+    // only the tool can end the transfer; it runs on its own thread and ends when the tool hangs
+    // up.
+    void closeDuringQuery()
+    {
+        const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof address;
+        QCOMPARE(::bind(listener, reinterpret_cast<sockaddr*>(&address), length), 0);
+        QCOMPARE(::listen(listener, 1), 0);
+        ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length);
+        std::atomic<bool> accepted{false};
+        std::thread slowServer([&] {
+            const int client = ::accept(listener, nullptr, nullptr);
+            accepted = true;
+            const char head[] = "HTTP/1.1 200 OK\r\nContent-Length: 1000000\r\n\r\n";
+            ssize_t sent = ::send(client, head, sizeof head - 1, MSG_NOSIGNAL);
+            while (sent > 0) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(100));
+                sent = ::send(client, "1", 1, MSG_NOSIGNAL);
+            }
+            ::close(client);
+        });
+        qputenv("VELTRO_WEB_HTTP", "http://127.0.0.1:" + QByteArray::number(ntohs(address.sin_port)));
+        setTransferTimeouts(10000, 20000, 3600000); // the download itself would go on for an hour
+        QTemporaryDir folder;
+        auto form = std::make_unique<Form3>(folder.path().toStdString());
+        form->start("1A2B3C4D", 7);
+        QTRY_VERIFY(accepted.load());
+        form.reset();
+        slowServer.join();
+        ::close(listener);
+        setTransferTimeouts(10000, 20000, 120000);
+        qunsetenv("VELTRO_WEB_HTTP");
     }
 
     // A serial port that cannot be opened says so, and the window stays usable.

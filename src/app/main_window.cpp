@@ -18,6 +18,8 @@
 #include "platform/qt_serial_link.h"
 #include "platform/tcp_client.h"
 #include "remote/remote_service.h"
+#include "remote/remote_session.h"
+#include "terminal/terminal_view.h"
 #include "util/runtime_error.h"
 
 #include <QAction>
@@ -195,15 +197,8 @@ void MainWindow::buildControls()
         auto* v = new QVBoxLayout(telnet);
         terminal = new QTextEdit(telnet);
         terminal->setObjectName("terminal");
-        terminal->setReadOnly(true);
-        terminal->setAcceptRichText(false);
         terminal->setAccessibleName("TELNET - TERMINAL");
-        // All of the terminal is green: set once here instead of recolouring the text. Bright
-        // green on white is hard to read, so the terminal is dark.
-        QPalette green = terminal->palette();
-        green.setColor(QPalette::Text, QColor(0, 255, 0));
-        green.setColor(QPalette::Base, QColor(0, 0, 0));
-        terminal->setPalette(green);
+        terminalView_ = new TerminalView(terminal);
         telnetsendbox = new QLineEdit(telnet);
         telnetsendbox->setObjectName("telnetsendbox");
         telnetsendbox->setAccessibleName("Eingabe");
@@ -234,17 +229,34 @@ void MainWindow::buildControls()
             terminalAppend(std::string("\r\n++TERMINAL: ") + kLinkLostText + "\r\n");
         }
     });
-    Winsock1 = new TcpClient(this);
-    Winsock1->setObjectName("Winsock1");
+    remote_ = new RemoteSession(this);
+    Winsock1 = remote_->socket();
     connect(Winsock1, &TcpClient::dataArrived, this, &MainWindow::Winsock1_DataArrival);
+    connect(remote_, &RemoteSession::line, this, [this](const std::string& line) { terminalView_->appendLine(line); });
+    connect(remote_, &RemoteSession::commandAnswered, this, &MainWindow::remoteCommandAnswered);
+    connect(remote_, &RemoteSession::recordHandled, this, [this](bool found) {
+        if (found) {
+            remoteDropShown_ = false;
+            Timer4->start();
+        } else {
+            Command9->setEnabled(true);
+            if (pollBeforeFetch_)
+                Timer4->start();
+        }
+        emit remoteRecordHandled();
+    });
+    connect(remote_, &RemoteSession::forDevice, this, [this](const QByteArray& data) {
+        if (MSComm3->isOpen()) {
+            MSComm3->write(data);
+            MSComm3->flush();
+        } else if (!remoteDropShown_) {
+            // Said once, not for every chunk the server sends.
+            remoteDropShown_ = true;
+            terminalAppend("\r\n++TERMINAL: Com-Port nicht offen, Daten vom Server verworfen\r\n");
+        }
+    });
     laststatus = label("500", telnet, "laststatus");
     laststatus->setVisible(false);
-    // Device output is gathered and shown in one go, so a fast stream costs a few updates a
-    // second instead of one per read.
-    terminalFlush_ = new QTimer(this);
-    terminalFlush_->setSingleShot(true);
-    terminalFlush_->setInterval(20);
-    connect(terminalFlush_, &QTimer::timeout, this, &MainWindow::terminalShow);
 
     // Service buttons: their captions are their names; they have no place in the layout.
     Command15 = button("Command15", central, "Command15");
@@ -679,6 +691,11 @@ void MainWindow::Command4_Click()
         });
 }
 
+const TerminalText& MainWindow::terminalText() const
+{
+    return terminalView_->text();
+}
+
 Form2* MainWindow::editor() const
 {
     return editor_.data();
@@ -774,36 +791,6 @@ void MainWindow::closeEvent(QCloseEvent* event)
     }
     QMainWindow::closeEvent(event);
 }
-
-namespace {
-// The key codes the terminal records, as Windows numbers them.
-int windowsKeyCode(int qtKey)
-{
-    switch (qtKey) {
-    case Qt::Key_Escape: return 27;
-    case Qt::Key_Return:
-    case Qt::Key_Enter: return 13;
-    case Qt::Key_Backspace: return 8;
-    case Qt::Key_Tab: return 9;
-    case Qt::Key_Shift: return 16;
-    case Qt::Key_Control: return 17;
-    case Qt::Key_Alt: return 18;
-    case Qt::Key_Left: return 37;
-    case Qt::Key_Up: return 38;
-    case Qt::Key_Right: return 39;
-    case Qt::Key_Down: return 40;
-    case Qt::Key_Delete: return 46;
-    default:
-        if (qtKey >= Qt::Key_F1 && qtKey <= Qt::Key_F12) return 112 + (qtKey - Qt::Key_F1);
-        return qtKey < 256 ? qtKey : 0; // letters, digits and blank have their ASCII codes
-    }
-}
-
-int windowsShiftState(Qt::KeyboardModifiers m)
-{
-    return (m & Qt::ShiftModifier ? 1 : 0) | (m & Qt::ControlModifier ? 2 : 0) | (m & Qt::AltModifier ? 4 : 0);
-}
-} // namespace
 
 bool MainWindow::eventFilter(QObject* watched, QEvent* event)
 {
@@ -936,16 +923,7 @@ void MainWindow::Command1_Click()
     closeTerminalPort();
     const int port = chosenPort();
     const std::string location = portLocation(port);
-    MSComm3->setPortName(QString::fromStdString(location));
-    MSComm3->setBaudRate(921600);
-    MSComm3->setDataBits(QSerialPort::Data8);
-    MSComm3->setParity(QSerialPort::NoParity);
-    MSComm3->setStopBits(QSerialPort::OneStop);
-    MSComm3->setFlowControl(QSerialPort::NoFlowControl);
-    if (location.empty() || !MSComm3->open(QIODevice::ReadWrite)) {
-        const std::string why = location.empty() ? std::string("Port nicht vorhanden")
-                                                 : portOpenFailureText(location, MSComm3->error(), MSComm3->errorString());
-        MSComm3->clearError();
+    if (const std::string why = openPort(*MSComm3, location, 921600); !why.empty()) {
         terminalAppend("\r\n++TERMINAL: Com-Port " + std::to_string(port) + " kann nicht geöffnet werden: " + why + "\r\n");
     } else {
         remoteDropShown_ = false;
@@ -962,29 +940,7 @@ void MainWindow::closeTerminalPort()
 
 void MainWindow::terminalAppend(const std::string& bytes)
 {
-    terminal_.append(bytes);
-    // Shown once the device has been quiet for 20 ms, and at least every 250 ms while it keeps
-    // sending: a view update takes the window's thread for a while, and while output flows
-    // (to a remote service too) it should happen rarely.
-    if (!terminalPending_.isValid())
-        terminalPending_.start();
-    if (!terminalFlush_->isActive() || terminalPending_.elapsed() < kTerminalShowAtLeastMs - 20)
-        terminalFlush_->start();
-}
-
-void MainWindow::terminalShow()
-{
-    terminalPending_.invalidate();
-    if (!terminal_.hasUnshown())
-        return;
-    QScrollBar* bar = terminal->verticalScrollBar();
-    const bool atBottom = bar->value() >= bar->maximum() - 2;
-    QTextCursor end(terminal->document());
-    end.movePosition(QTextCursor::End);
-    end.insertText(windows1252ToQString(terminal_.takeUnshown()));
-    // Follows the output only while the user has not scrolled back to read.
-    if (atBottom)
-        bar->setValue(bar->maximum());
+    terminalView_->append(bytes);
 }
 
 void MainWindow::MSComm3_OnComm()
@@ -992,61 +948,27 @@ void MainWindow::MSComm3_OnComm()
     const QByteArray data = MSComm3->readAll();
     if (data.isEmpty())
         return;
-    if (Winsock1->state() == 7)
-        Winsock1->send(data);
+    remote_->deviceOutput(data);
     terminalAppend(std::string(data.constData(), std::size_t(data.size())));
-}
-
-void MainWindow::terminalLine(const std::string& line)
-{
-    terminalAppend("\r\n" + line);
 }
 
 void MainWindow::Command9_Click()
 {
-    if (remoteFetching_)
+    if (remote_->fetching())
         return;
-    Winsock1->close();
-    // The record comes from the web server on a worker; "REMOTE" waits for it, and so does
-    // the state poll, which would otherwise show the closed socket in between.
-    remoteFetching_ = true;
+    // "REMOTE" waits for the record, and so does the state poll, which would otherwise show
+    // the closed socket in between.
     Command9->setEnabled(false);
-    const bool polling = Timer4->isActive();
+    pollBeforeFetch_ = Timer4->isActive();
     Timer4->stop();
-    const std::string url = endpoints::webHttpRoot() + remoteRecordPath(state.fwupdateser.toStdString());
-    jobs_.run<FetchResult>([url] { return fetchPage(url); }, [this, polling](FetchResult reply) {
-        remoteFetching_ = false;
-        const RemoteRecord record = reply.ok ? parseRemoteRecord(reply.body) : RemoteRecord{};
-        if (!reply.ok) {
-            // No reply at all, not even an error page: the web server is not reachable.
-            terminalLine("++WEBSERVER NICHT ERREICHBAR: " + reply.error);
-        }
-        if (!record.found) {
-            terminalLine("++NO CONNECTIONDATA FOUND!");
-            Command9->setEnabled(true);
-        } else {
-            terminalLine("++CONNECTIONDATA FOUND!");
-            terminalLine("++BAUDRATE: " + record.baud);
-            Winsock1->close();
-            remoteDropShown_ = false;
-            // A port that is not a number fails like a refused connect: state 9.
-            Winsock1->connectTo(QString::fromStdString(record.host), record.port.value_or(-1));
-            terminalLine("++TRY TO CONNECT TO SERVER...");
-        }
-        if (record.found || polling)
-            Timer4->start();
-        emit remoteRecordHandled();
-    });
+    remote_->start(state.fwupdateser.toStdString());
 }
 
 void MainWindow::Timer4_Timer()
 {
-    const std::optional<int> changed = stateChange(Winsock1->state(), laststatus->text().toStdString());
+    const std::optional<int> changed = remote_->poll(laststatus->text().toStdString());
     if (!changed)
         return;
-    const std::string line = tcpStateLine(*changed);
-    if (!line.empty())
-        terminalLine(line);
     if (remoteReady(*changed))
         Command9->setEnabled(true);
     laststatus->setText(QString::number(*changed));
@@ -1054,34 +976,8 @@ void MainWindow::Timer4_Timer()
 
 void MainWindow::Winsock1_DataArrival(const QByteArray& data)
 {
-    const std::string chunk(data.constData(), std::size_t(data.size()));
-    switch (serverCommand(chunk)) {
-    case ServerCommand::SendEeprom: {
-        // The reply follows the mail, sent or not, so the server finds it in its mailbox.
-        const MailRequest mail = imageMail(state.fwupdateser.toStdString(), programFolder());
-        jobs_.run<std::string>([mail] { return sendMail(mail); }, [this](const std::string&) {
-            terminalLine(kSendEepromLine);
-            Winsock1->send(QByteArray(kSendEepromLine) + '\r');
-            emit remoteCommandAnswered();
-        });
-        return;
-    }
-    case ServerCommand::GetEeprom:
-        terminalLine(kGetEepromLine);
-        Winsock1->send(QByteArray(kGetEepromLine) + '\r');
-        emit remoteCommandAnswered();
-        return;
-    case ServerCommand::None:
-        break;
-    }
-    if (MSComm3->isOpen()) {
-        MSComm3->write(data);
-        MSComm3->flush();
-    } else if (!remoteDropShown_) {
-        // Said once, not for every chunk the server sends.
-        remoteDropShown_ = true;
-        terminalAppend("\r\n++TERMINAL: Com-Port nicht offen, Daten vom Server verworfen\r\n");
-    }
+    const MailRequest mail = imageMail(state.fwupdateser.toStdString(), programFolder());
+    remote_->serverData(data, [mail] { return sendMail(mail); });
 }
 
 void MainWindow::telnetsendbox_KeyUp(int keyCode, int shift)
@@ -1111,7 +1007,7 @@ void MainWindow::telnetsendbox_KeyPress(int keyAscii)
 void MainWindow::Command3_Click()
 {
     const std::string folder = programFolder();
-    const bool saved = writeTerminalLog(folder, terminal_.text());
+    const bool saved = writeTerminalLog(folder, terminalView_->text().text());
     terminalAppend(saved ? "\rDATEI GESPEICHERT!\r" : "\rDATEI KONNTE NICHT GESPEICHERT WERDEN!\r");
     terminalAppend("\rDATEI SENDEN...\r");
     // One report at a time; the mail runs on a worker so the window stays usable.

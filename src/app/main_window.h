@@ -7,7 +7,6 @@
 #include "terminal/terminal.h"
 #include "util/twips.h"
 
-#include <QElapsedTimer>
 #include <QMainWindow>
 #include <QPointer>
 
@@ -35,6 +34,8 @@ class Dialogs;
 class Form2;
 class Form3;
 class TcpClient;
+class TerminalView;
+class RemoteSession;
 
 class MainWindow : public QMainWindow {
     Q_OBJECT
@@ -95,7 +96,7 @@ public:
     QTextEdit* terminal = nullptr;  // a view of the terminal's text (terminalText())
     QLabel* lastkey = nullptr;      // hidden: the last key released in the input line, "27-0"
     QSerialPort* MSComm3 = nullptr; // the device's text port, open while the terminal is
-    const TerminalText& terminalText() const { return terminal_; }
+    const TerminalText& terminalText() const;
     // Remote service ("REMOTE"): the socket to the service server and the last state the
     // poll (Timer4) has shown, hidden.
     TcpClient* Winsock1 = nullptr;
@@ -219,15 +220,11 @@ private:
     int scanGeneration_ = 0;     // entries of an earlier scan are dropped
     QPointer<Form2> editor_;
     QPointer<Form3> tunnel_;
-    TerminalText terminal_;
-    QTimer* terminalFlush_ = nullptr;
-    QElapsedTimer terminalPending_; // since the oldest output not yet shown
-    static constexpr int kTerminalShowAtLeastMs = 250;
+    TerminalView* terminalView_ = nullptr;
+    RemoteSession* remote_ = nullptr;
+    bool pollBeforeFetch_ = false;
     void terminalAppend(const std::string& bytes);
-    void terminalShow();
     void closeTerminalPort();
-    void terminalLine(const std::string& line);
-    bool remoteFetching_ = false;
     bool remoteDropShown_ = false; // server data for a closed terminal port: said once
     JobRunner jobs_;             // last: waits for running jobs before anything else goes
 };

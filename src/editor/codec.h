@@ -1,6 +1,7 @@
 #pragma once
 // Text codec of the vehicle data files and the editor's small bit helpers. Texts here are byte
 // strings, one char per byte in the Windows-1252 code page, exactly as they are stored.
+#include "platform/windows1252.h"
 #include "util/hex.h"
 
 #include <QString>
@@ -33,8 +34,6 @@ void EncodeControlText(const std::function<std::string()>& getText,
                        const std::function<void(const std::string&)>& setText);
 // Any object with QString text()/setText(QString), e.g. a line edit; its characters are taken
 // as Windows-1252 bytes.
-QString windows1252ToQString(std::string_view bytes);
-std::string qStringToWindows1252(const QString& text);
 template <class Control>
 void EncodeControlText(Control& control)
 {

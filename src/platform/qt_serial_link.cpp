@@ -70,25 +70,31 @@ QtSerialLink::~QtSerialLink()
     close();
 }
 
+std::string openPort(QSerialPort& port, const std::string& location, qint32 baud)
+{
+    if (location.empty())
+        return "Port nicht vorhanden";
+    port.setPortName(QString::fromStdString(location));
+    port.setBaudRate(baud);
+    port.setDataBits(QSerialPort::Data8);
+    port.setParity(QSerialPort::NoParity);
+    port.setStopBits(QSerialPort::OneStop);
+    port.setFlowControl(QSerialPort::NoFlowControl);
+    if (port.open(QIODevice::ReadWrite))
+        return {};
+    const std::string why = portOpenFailureText(location, port.error(), port.errorString());
+    port.clearError();
+    return why;
+}
+
 bool QtSerialLink::open()
 {
     close();
-    error_.clear();
     lost_ = false;
-    if (location_.empty()) {
-        error_ = "Port nicht vorhanden";
-        return false;
-    }
     port_ = std::make_unique<QSerialPort>();
-    port_->setPortName(QString::fromStdString(location_));
-    port_->setBaudRate(baud_);
-    port_->setDataBits(QSerialPort::Data8);
-    port_->setParity(QSerialPort::NoParity);
-    port_->setStopBits(QSerialPort::OneStop);
-    port_->setFlowControl(QSerialPort::NoFlowControl);
     port_->setReadBufferSize(0);
-    if (!port_->open(QIODevice::ReadWrite)) {
-        error_ = portOpenFailureText(location_, port_->error(), port_->errorString());
+    error_ = openPort(*port_, location_, baud_);
+    if (!error_.empty()) {
         port_.reset();
         return false;
     }

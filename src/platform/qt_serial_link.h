@@ -18,6 +18,10 @@ bool isFatalPortError(QSerialPort::SerialPortError error);
 // Why a port could not be opened, in German: missing, held by another program, no rights.
 std::string portOpenFailureText(const std::string& location, QSerialPort::SerialPortError error, const QString& qtText);
 
+// Opens `port` on `location` at baud,8,N,1 without flow control: "" when it is open, else why
+// not, in German ("Port nicht vorhanden" for an empty location).
+std::string openPort(QSerialPort& port, const std::string& location, qint32 baud);
+
 class QtSerialLink : public SerialLink {
 public:
     explicit QtSerialLink(std::string systemLocation, qint32 baudRate = 921600);

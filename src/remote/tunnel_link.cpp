@@ -70,19 +70,10 @@ void TunnelLink::open(const QString& host, int port, const QString& serialPort, 
     socket_->connectTo(host, port);
     if (serial_->isOpen())
         serial_->close();
-    serial_->setPortName(serialPort);
-    serial_->setBaudRate(baud > 0 ? baud : 9600);
-    serial_->setDataBits(QSerialPort::Data8);
-    serial_->setParity(QSerialPort::NoParity);
-    serial_->setStopBits(QSerialPort::OneStop);
-    serial_->setFlowControl(QSerialPort::NoFlowControl);
     waitMs_ = TunnelRelay::recordWaitMs(baud);
-    const bool portOpen = !serialPort.isEmpty() && serial_->open(QIODevice::ReadWrite);
+    const std::string why = openPort(*serial_, serialPort.toStdString(), baud > 0 ? baud : 9600);
+    const bool portOpen = why.empty();
     if (!portOpen) {
-        const std::string why = serialPort.isEmpty() ? std::string("Port nicht vorhanden")
-                                                     : portOpenFailureText(serialPort.toStdString(), serial_->error(),
-                                                                           serial_->errorString());
-        serial_->clearError();
         pending_.lines << QString("++COMPORT KANN NICHT GEÖFFNET WERDEN: ") + QString::fromStdString(why);
         queueEvents();
     }

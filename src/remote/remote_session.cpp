@@ -1,0 +1,78 @@
+#include "remote/remote_session.h"
+
+#include "platform/endpoints.h"
+#include "platform/internet.h"
+#include "platform/tcp_client.h"
+#include "remote/remote_service.h"
+
+namespace veltro {
+
+RemoteSession::RemoteSession(QObject* parent) : QObject(parent), socket_(new TcpClient(this))
+{
+    socket_->setObjectName("Winsock1");
+}
+
+void RemoteSession::start(const std::string& serial)
+{
+    socket_->close();
+    fetching_ = true;
+    const std::string url = endpoints::webHttpRoot() + remoteRecordPath(serial);
+    jobs_.run<FetchResult>([url] { return fetchPage(url); }, [this](FetchResult reply) {
+        fetching_ = false;
+        const RemoteRecord record = reply.ok ? parseRemoteRecord(reply.body) : RemoteRecord{};
+        if (!reply.ok) {
+            // No reply at all, not even an error page: the web server is not reachable.
+            emit line("++WEBSERVER NICHT ERREICHBAR: " + reply.error);
+        }
+        if (!record.found) {
+            emit line("++NO CONNECTIONDATA FOUND!");
+        } else {
+            emit line("++CONNECTIONDATA FOUND!");
+            emit line("++BAUDRATE: " + record.baud);
+            socket_->close();
+            // A port that is not a number fails like a refused connect: state 9.
+            socket_->connectTo(QString::fromStdString(record.host), record.port.value_or(-1));
+            emit line("++TRY TO CONNECT TO SERVER...");
+        }
+        emit recordHandled(record.found);
+    });
+}
+
+std::optional<int> RemoteSession::poll(const std::string& laststatus)
+{
+    const std::optional<int> changed = stateChange(socket_->state(), laststatus);
+    if (changed && *tcpStateLine(*changed))
+        emit line(tcpStateLine(*changed));
+    return changed;
+}
+
+void RemoteSession::reply(const char* text)
+{
+    emit line(text);
+    socket_->send(QByteArray(text) + '\r');
+    emit commandAnswered();
+}
+
+void RemoteSession::serverData(const QByteArray& data, std::function<std::string()> mailImage)
+{
+    switch (serverCommand(std::string(data.constData(), std::size_t(data.size())))) {
+    case ServerCommand::SendEeprom:
+        // The reply follows the mail, sent or not, so the server finds it in its mailbox.
+        jobs_.run<std::string>(std::move(mailImage), [this](const std::string&) { reply(kSendEepromLine); });
+        return;
+    case ServerCommand::GetEeprom:
+        reply(kGetEepromLine);
+        return;
+    case ServerCommand::None:
+        emit forDevice(data);
+        return;
+    }
+}
+
+void RemoteSession::deviceOutput(const QByteArray& data)
+{
+    if (socket_->state() == 7)
+        socket_->send(data);
+}
+
+} // namespace veltro

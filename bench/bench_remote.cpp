@@ -10,6 +10,7 @@
 // own threads with plain sockets, so the window's event loop serves only the tool.
 // Exits 1 only when a path does not work (no connection, a reply missing for 5 s).
 #include "app/main_window.h"
+#include "terminal_window.h"
 #include "platform/tcp_client.h"
 #include "sim/virtual_controller.h"
 
@@ -217,28 +218,10 @@ int main(int argc, char** argv)
     web.record = "127,0,0,1," + std::to_string(toolPort) + ",921600,0";
     web.start();
 
-    ::setenv("VELTRO_SYSTEM_PORTS", "0", 1);
-    ::setenv("VELTRO_HOME", home.path().toUtf8().constData(), 1);
-    ::setenv("VELTRO_PORTS", ("4=" + device.path()).c_str(), 1);
-    ::setenv("VELTRO_UPDATE_HTTP", "http://127.0.0.1:9", 1);
-    ::setenv("VELTRO_UPDATE_HTTPS", "https://127.0.0.1:9", 1);
     ::setenv("VELTRO_WEB_HTTP", ("http://127.0.0.1:" + std::to_string(webPort)).c_str(), 1);
-
     MainWindow w;
-    {
-        QSignalSpy started(&w, &MainWindow::startupFinished);
-        w.show();
-        w.Form_Load();
-        started.wait(30000);
-        QSignalSpy connected(&w, &MainWindow::connectFinished);
-        w.verbinden_Click();
-        connected.wait(30000);
-    }
-    w.Command1_Click();
-    if (!w.MSComm3->isOpen()) {
-        std::fprintf(stderr, "bench_remote: the terminal port did not open\n");
+    if (!openTerminalWindow(w, device.path(), home.path().toStdString()))
         return 1;
-    }
     QSignalSpy handled(&w, &MainWindow::remoteRecordHandled);
     w.Command9_Click();
     if (!handled.wait(10000) || !QTest::qWaitFor([&] { return w.laststatus->text() == "7"; }, kWaitMs)) {

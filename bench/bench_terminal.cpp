@@ -5,6 +5,7 @@
 // with the length of the view, and the window must keep up using a small share of one core.
 // `bench_terminal MB` streams another amount.
 #include "app/main_window.h"
+#include "terminal_window.h"
 #include "sim/virtual_controller.h"
 
 #include <QApplication>
@@ -44,27 +45,9 @@ int main(int argc, char** argv)
     QTemporaryDir home;
     sim::VirtualController controller;
     controller.start();
-    ::setenv("VELTRO_SYSTEM_PORTS", "0", 1);
-    ::setenv("VELTRO_HOME", home.path().toUtf8().constData(), 1);
-    ::setenv("VELTRO_PORTS", ("4=" + controller.path()).c_str(), 1);
-    ::setenv("VELTRO_UPDATE_HTTP", "http://127.0.0.1:9", 1);
-    ::setenv("VELTRO_UPDATE_HTTPS", "https://127.0.0.1:9", 1);
-
     MainWindow w;
-    {
-        QSignalSpy started(&w, &MainWindow::startupFinished);
-        w.show();
-        w.Form_Load();
-        started.wait(30000);
-        QSignalSpy connected(&w, &MainWindow::connectFinished);
-        w.verbinden_Click();
-        connected.wait(30000);
-    }
-    w.Command1_Click();
-    if (!w.MSComm3->isOpen()) {
-        std::fprintf(stderr, "terminal port did not open\n");
+    if (!openTerminalWindow(w, controller.path(), home.path().toStdString()))
         return 1;
-    }
 
     const std::size_t mb = 1 << 20;
     const std::size_t start = w.terminalText().text().size();

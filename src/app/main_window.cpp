@@ -961,7 +961,8 @@ void MainWindow::Command9_Click()
     Command9->setEnabled(false);
     pollBeforeFetch_ = Timer4->isActive();
     Timer4->stop();
-    remote_->start(state.fwupdateser.toStdString());
+    const MailRequest mail = imageMail(state.fwupdateser.toStdString(), programFolder());
+    remote_->start(state.fwupdateser.toStdString(), [mail] { return sendMail(mail); });
 }
 
 void MainWindow::Timer4_Timer()
@@ -976,8 +977,7 @@ void MainWindow::Timer4_Timer()
 
 void MainWindow::Winsock1_DataArrival(const QByteArray& data)
 {
-    const MailRequest mail = imageMail(state.fwupdateser.toStdString(), programFolder());
-    remote_->serverData(data, [mail] { return sendMail(mail); });
+    remote_->serverData(data);
 }
 
 void MainWindow::telnetsendbox_KeyUp(int keyCode, int shift)

@@ -122,14 +122,8 @@ Form3::Form3(std::string folder, QWidget* parent) : QWidget(parent, Qt::Window),
     rxtimer = timer(150, this, "rxtimer", true);
     TXTIMER = timer(150, this, "TXTIMER", true);
     connect(Timer1, &QTimer::timeout, this, &Form3::Timer1_Timer);
-    connect(rxtimer, &QTimer::timeout, this, [this] {
-        rx1->setVisible(false);
-        rx2->setVisible(false);
-    });
-    connect(TXTIMER, &QTimer::timeout, this, [this] {
-        tx1->setVisible(false);
-        tx2->setVisible(false);
-    });
+    connect(rxtimer, &QTimer::timeout, this, [this] { showLamp(rx1, rx2, false); });
+    connect(TXTIMER, &QTimer::timeout, this, [this] { showLamp(tx1, tx2, false); });
     connect(Command4, &QPushButton::clicked, this, &Form3::Command4_Click);
     connect(command1, &QPushButton::clicked, this, &Form3::command1_Click);
     connect(Command3, &QPushButton::clicked, this, &Form3::Command3_Click);
@@ -267,14 +261,13 @@ void Form3::showEvents(const TunnelEvents& batch)
 {
     if (!batch.lines.isEmpty())
         log->appendPlainText(batch.lines.join('\n'));
+    // Each batch re-arms its lamp's timer, so steady traffic keeps the lamp lit.
     if (batch.tx) {
-        tx1->setVisible(true);
-        tx2->setVisible(true);
+        showLamp(tx1, tx2, true);
         TXTIMER->start();
     }
     if (batch.rx) {
-        rx1->setVisible(true);
-        rx2->setVisible(true);
+        showLamp(rx1, rx2, true);
         rxtimer->start();
     }
     counts->setText(QString("Zum Server: %1   Nicht gesendet: %2   Zum Gerät: %3   Verloren: %4")
@@ -284,11 +277,16 @@ void Form3::showEvents(const TunnelEvents& batch)
                         .arg(batch.counts.lost));
 }
 
+void Form3::showLamp(QFrame* shape, QLabel* caption, bool on)
+{
+    shape->setVisible(on);
+    caption->setVisible(on);
+}
+
 void Form3::hideLamps()
 {
-    for (QWidget* w : {static_cast<QWidget*>(rx1), static_cast<QWidget*>(rx2), static_cast<QWidget*>(tx1),
-                       static_cast<QWidget*>(tx2)})
-        w->setVisible(false);
+    showLamp(rx1, rx2, false);
+    showLamp(tx1, tx2, false);
 }
 
 void Form3::closeEvent(QCloseEvent* event)

@@ -81,6 +81,7 @@ private:
     void logLine(const QString& line);
     void showEvents(const TunnelEvents& batch);
     void hideLamps();
+    static void showLamp(QFrame* shape, QLabel* caption, bool on);
 
     std::string folder_;
     std::shared_ptr<std::atomic<bool>> closing_ = std::make_shared<std::atomic<bool>>(false);

@@ -12,9 +12,10 @@ RemoteSession::RemoteSession(QObject* parent) : QObject(parent), socket_(new Tcp
     socket_->setObjectName("Winsock1");
 }
 
-void RemoteSession::start(const std::string& serial)
+void RemoteSession::start(const std::string& serial, std::function<std::string()> mailImage)
 {
     socket_->close();
+    mailImage_ = std::move(mailImage);
     fetching_ = true;
     const std::string url = endpoints::webHttpRoot() + remoteRecordPath(serial);
     jobs_.run<FetchResult>([url] { return fetchPage(url); }, [this](FetchResult reply) {
@@ -53,12 +54,13 @@ void RemoteSession::reply(const char* text)
     emit commandAnswered();
 }
 
-void RemoteSession::serverData(const QByteArray& data, std::function<std::string()> mailImage)
+void RemoteSession::serverData(const QByteArray& data)
 {
     switch (serverCommand(std::string(data.constData(), std::size_t(data.size())))) {
     case ServerCommand::SendEeprom:
         // The reply follows the mail, sent or not, so the server finds it in its mailbox.
-        jobs_.run<std::string>(std::move(mailImage), [this](const std::string&) { reply(kSendEepromLine); });
+        jobs_.run<std::string>(mailImage_ ? mailImage_ : [] { return std::string(); },
+                               [this](const std::string&) { reply(kSendEepromLine); });
         return;
     case ServerCommand::GetEeprom:
         reply(kGetEepromLine);

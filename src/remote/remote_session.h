@@ -24,12 +24,13 @@ public:
     bool fetching() const { return fetching_; }
 
     // Closes the socket, fetches the record of `serial` and, when there is one, connects.
-    void start(const std::string& serial);
+    // `mailImage` sends the controller's image to the support mailbox when the server asks.
+    void start(const std::string& serial, std::function<std::string()> mailImage);
     // The state poll against the last state shown: the new state, its line emitted.
     std::optional<int> poll(const std::string& laststatus);
-    // Data from the server. "SENDEEPROM" runs `mailImage` on a worker and replies after it,
+    // Data from the server. "SENDEEPROM" runs the image mail on a worker and replies after it,
     // "GETEEPROM" is acknowledged, anything else comes back through forDevice().
-    void serverData(const QByteArray& data, std::function<std::string()> mailImage);
+    void serverData(const QByteArray& data);
     // What the device printed, for the server while connected.
     void deviceOutput(const QByteArray& data);
 
@@ -44,6 +45,7 @@ private:
 
     TcpClient* socket_;
     bool fetching_ = false;
+    std::function<std::string()> mailImage_;
     JobRunner jobs_;
 };
 

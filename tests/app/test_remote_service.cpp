@@ -1,7 +1,6 @@
 // "REMOTE" in the terminal, everything real on 127.0.0.1: the record from a web server, a
 // service server in the test, the virtual controller's terminal on a pty, a mail server.
 #include "app/main_window.h"
-#include "local_smtp_server.h"
 #include "platform/tcp_client.h"
 #include "remote/form3.h"
 #include "sim_ports.h"
@@ -39,6 +38,32 @@ QStringList remoteLines(const MainWindow& w)
     return lines;
 }
 
+// A connected main window with its terminal open on a virtual controller at port 4.
+struct OpenTerminal {
+    SimPorts ports;
+    sim::VirtualController& c = ports.add(4);
+    Window win;
+    MainWindow& w = win.w;
+    OpenTerminal()
+    {
+        win.connectNow();
+        QTest::mouseClick(w.Command1, Qt::LeftButton);
+    }
+    // "REMOTE", until its record has been handled.
+    bool remote()
+    {
+        QSignalSpy handled(&w, &MainWindow::remoteRecordHandled);
+        QTest::mouseClick(w.Command9, Qt::LeftButton);
+        return handled.wait(20000);
+    }
+};
+
+// The record that points at `service`.
+QByteArray recordFor(const QTcpServer& service, const char* baud)
+{
+    return "127,0,0,1," + QByteArray::number(service.serverPort()) + "," + baud + ",0\r\n";
+}
+
 // The lines shown since `from`, without the state lines a slow machine may catch on the way.
 QStringList linesSince(const MainWindow& w, qsizetype from)
 {
@@ -62,19 +87,14 @@ private slots:
     // not commands, the server closing, a refused connect.
     void remoteRoad()
     {
-        LocalSmtpServer smtp;
-        QVERIFY(smtp.start("w519e27c", "Hr5nWqa8LpteUy2KmbXo"));
-        qputenv("VELTRO_SMTP", QByteArray("127.0.0.1:") + QByteArray::number(smtp.port()));
-        qputenv("VELTRO_SUPPORT_MAIL", "support@veltro.example");
+        Mailbox mailbox;
+        LocalSmtpServer& smtp = mailbox.smtp;
         QTcpServer service;
         QVERIFY(service.listen(QHostAddress::LocalHost, 0));
-        Served web({{"/CAN/R_1A2B3C4D.dat", "127,0,0,1," + QByteArray::number(service.serverPort()) + ",921600,0\r\n"}});
-        SimPorts ports;
-        auto& c = ports.add(4);
-        Window win;
-        MainWindow& w = win.w;
-        win.connectNow();
-        QTest::mouseClick(w.Command1, Qt::LeftButton);
+        Served web({{"/CAN/R_1A2B3C4D.dat", recordFor(service, "921600")}});
+        OpenTerminal t;
+        auto& c = t.c;
+        MainWindow& w = t.w;
         QVERIFY(w.MSComm3->isOpen());
         QTRY_VERIFY(QByteArray::fromStdString(w.terminalText().text()).contains("SERIALNUMBER"));
 
@@ -133,7 +153,7 @@ private slots:
         const QJsonObject mail = smtp.messages().first();
         QCOMPARE(mail["subject"].toString(), QString("EEPROM DOWNLOAD VELTRO S/N:1A2B3C4D"));
         QCOMPARE(QByteArray::fromBase64(mail["attachments"].toArray().at(0).toObject().value("data").toString().toLatin1()),
-                 readFile(ports.homePath() + "/1A2B3C4D.eep"));
+                 readFile(t.ports.homePath() + "/1A2B3C4D.eep"));
         QCOMPARE(deviceGot(), QByteArray("sendeeprom\rSENDEEPROM\r"));
         QCOMPARE(linesSince(w, 4), (QStringList{"++DOWNLOAD DEVICE EEPROM...", "++SEND DEVICE EEPROM TO SERVER..."}));
 
@@ -145,14 +165,11 @@ private slots:
 
         // Again, with the service server gone: refused, "REMOTE" usable again.
         service.close();
-        QTest::mouseClick(w.Command9, Qt::LeftButton);
-        QVERIFY(handled.wait(20000));
+        QVERIFY(t.remote());
         QTRY_COMPARE(w.laststatus->text(), QString("9"));
         QCOMPARE(linesSince(w, 7), (QStringList{"++CONNECTIONDATA FOUND!", "++BAUDRATE: 921600",
                                                   "++TRY TO CONNECT TO SERVER...", "++TCP/IP-CONNECTION ERROR!"}));
         QVERIFY(w.Command9->isEnabled());
-        qunsetenv("VELTRO_SMTP");
-        qunsetenv("VELTRO_SUPPORT_MAIL");
     }
 
     // Records that lead nowhere end in the lines a technician can read, and "REMOTE" stays
@@ -177,32 +194,19 @@ private slots:
         if (record != "missing")
             files["/CAN/R_1A2B3C4D.dat"] = record;
         Served web(files);
-        SimPorts ports;
-        ports.add(4);
-        Window win;
-        MainWindow& w = win.w;
-        win.connectNow();
-        QTest::mouseClick(w.Command1, Qt::LeftButton);
-        QSignalSpy handled(&w, &MainWindow::remoteRecordHandled);
-        QTest::mouseClick(w.Command9, Qt::LeftButton);
-        QVERIFY(handled.wait(20000));
-        QTRY_COMPARE(linesSince(w, 0), lines);
-        QTRY_VERIFY(w.Command9->isEnabled());
+        OpenTerminal t;
+        QVERIFY(t.remote());
+        QTRY_COMPARE(linesSince(t.w, 0), lines);
+        QTRY_VERIFY(t.w.Command9->isEnabled());
     }
 
     // The web server down, and server data for a terminal that has been closed.
     void webServerDownAndPortClosed()
     {
-        SimPorts ports;
-        auto& c = ports.add(4);
-        Window win;
-        MainWindow& w = win.w;
-        win.connectNow();
-        QTest::mouseClick(w.Command1, Qt::LeftButton);
+        OpenTerminal t;
+        MainWindow& w = t.w;
         qputenv("VELTRO_WEB_HTTP", "http://127.0.0.1:9");
-        QSignalSpy handled(&w, &MainWindow::remoteRecordHandled);
-        QTest::mouseClick(w.Command9, Qt::LeftButton);
-        QVERIFY(handled.wait(20000));
+        QVERIFY(t.remote());
         const QStringList down = linesSince(w, 0);
         QCOMPARE(down.size(), 2);
         QVERIFY(down[0].startsWith("++WEBSERVER NICHT ERREICHBAR: "));
@@ -211,14 +215,13 @@ private slots:
 
         QTcpServer service;
         QVERIFY(service.listen(QHostAddress::LocalHost, 0));
-        Served web({{"/CAN/R_1A2B3C4D.dat", "127,0,0,1," + QByteArray::number(service.serverPort()) + ",9600,0"}});
-        QTest::mouseClick(w.Command9, Qt::LeftButton);
-        QVERIFY(handled.wait(20000));
+        Served web({{"/CAN/R_1A2B3C4D.dat", recordFor(service, "9600")}});
+        QVERIFY(t.remote());
         QTRY_VERIFY(service.hasPendingConnections());
         std::unique_ptr<QTcpSocket> peer(service.nextPendingConnection());
         QTRY_COMPARE(w.laststatus->text(), QString("7"));
         QTest::mouseClick(w.Command2, Qt::LeftButton); // BEENDEN closes the terminal port
-        const std::size_t before = c.received().size();
+        const std::size_t before = t.c.received().size();
         const auto dropLines = [&] {
             return QByteArray::fromStdString(w.terminalText().text()).count("Daten vom Server verworfen");
         };
@@ -227,7 +230,7 @@ private slots:
         peer->write("SER\r");
         QTest::qWait(200);
         QCOMPARE(dropLines(), 1);
-        QCOMPARE(c.received().size(), before);
+        QCOMPARE(t.c.received().size(), before);
         qunsetenv("VELTRO_WEB_HTTP");
     }
 

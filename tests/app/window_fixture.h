@@ -2,6 +2,7 @@
 // The main window as the window tests start it, and an update server for them.
 #include "app/main_window.h"
 #include "local_http_server.h"
+#include "local_smtp_server.h"
 #include "scripted_dialogs.h"
 #include "test_files.h"
 
@@ -28,6 +29,23 @@ struct Served {
             writeFile(dir.path() + path, content);
         QVERIFY(server.start(dir.path()));
         server.exportEnvironment();
+    }
+};
+
+// The support mailbox on a mail server on 127.0.0.1 that takes the tool's login, with the
+// tool's mail settings pointing at it until the end of the test.
+struct Mailbox {
+    LocalSmtpServer smtp;
+    Mailbox()
+    {
+        QVERIFY(smtp.start("w519e27c", "Hr5nWqa8LpteUy2KmbXo"));
+        qputenv("VELTRO_SMTP", QByteArray("127.0.0.1:") + QByteArray::number(smtp.port()));
+        qputenv("VELTRO_SUPPORT_MAIL", "support@veltro.example");
+    }
+    ~Mailbox()
+    {
+        qunsetenv("VELTRO_SMTP");
+        qunsetenv("VELTRO_SUPPORT_MAIL");
     }
 };
 

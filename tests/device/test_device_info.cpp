@@ -44,12 +44,6 @@ private slots:
         }
     }
 
-    void olderFirmwareCaption()
-    {
-        QCOMPARE(QString::fromStdString(veltro::olderFirmwareCaption(7)), QString("FIRMWARE V1.07"));
-        QCOMPARE(QString::fromStdString(veltro::olderFirmwareCaption(66)), QString("FIRMWARE V1.66"));
-    }
-
     // The server's version file against the tool's version "5"; `shown` is empty when nothing
     // is offered.
     void selfUpdateDecision_data()
@@ -57,7 +51,6 @@ private slots:
         QTest::addColumn<QString>("reply");
         QTest::addColumn<QString>("shown");
         QTest::newRow("newer, line end and more fields") << "6,1.06,x\r\n" << "1.06";
-        QTest::newRow("number with trailing text") << "12abc,2.0" << "2.0";
         QTest::newRow("equal") << "5,1.05" << "";
         QTest::newRow("no second field") << "6" << "";
         QTest::newRow("not a number") << "neu,1.06" << "";

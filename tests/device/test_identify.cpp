@@ -5,7 +5,6 @@
 #include "sim_ports.h"
 #include "test_files.h"
 
-#include <QSerialPort>
 #include <QTest>
 
 #include <functional>
@@ -116,22 +115,6 @@ private slots:
         QCOMPARE(s.at(3), QString::fromStdString(r.byteTexts.front()));
         QCOMPARE(s.at(3 + 1025), QString::fromStdString(r.byteTexts.back()));
         QCOMPARE(s.at(3 + 1025), QString::number(r.image[1025]));
-    }
-
-    // Another program holding the port: a German reason, and the port is usable once it lets go.
-    void portInUse()
-    {
-        SimPorts ports;
-        auto& c = ports.add(4);
-        auto other = std::make_unique<QSerialPort>(QString::fromStdString(c.path()));
-        QVERIFY(other->open(QIODevice::ReadWrite));
-        RecordingReporter reporter;
-        ConnectResult r = connectTo(c, reporter);
-        QCOMPARE(r.outcome, ConnectOutcome::PortFailed);
-        QCOMPARE(QString::fromStdString(r.portError), QString("Port wird von einem anderen Programm benutzt"));
-        other.reset();
-        r = connectTo(c, reporter);
-        QVERIFY(r.currentLayout);
     }
 
     // The saved image holds positions 0..1025; a second connect overwrites it in place.

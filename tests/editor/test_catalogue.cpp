@@ -1,7 +1,6 @@
 #include "editor/catalogue.h"
 #include "editor/codec.h"
 #include "editor/demo_catalogue.h"
-#include "editor/vehicle_image.h"
 #include "util/runtime_error.h"
 
 #include "test_files.h"
@@ -92,7 +91,6 @@ private slots:
             << catalogue("\" Van \" ,\"v.fzd\"\nc,d\r\n\r\n  \r\n") << QByteArray(" Van |v.fzd|c|d");
         QTest::newRow("record without a file") << catalogue("\"Kombi\",\"k.fzd\"\r\n\"Traktor\"\r\n") << QByteArray("error 62");
         QTest::newRow("no catalogue") << outcome([] { return readCatalogue("none/vehicles.inc").size(); }) << QByteArray("error 53");
-        QTest::newRow("ignition with three fields") << vehicle("KLEMME15-01x02-03x04") << QByteArray("error 9");
         QTest::newRow("ignition with four more -") << vehicle("KLEMME15-01x02-03x04----")
                                                    << QByteArray("1 lines, 0 display, 0 switches, KLEMME15 01x02");
         QTest::newRow("sample vehicle") << vehicle(kVehicle)
@@ -113,15 +111,12 @@ private slots:
         QTest::newRow("zeros give the key") << code(QByteArray(13, '\0')) << QByteArray("hwoR52N8FTkvh");
         QTest::newRow("CodeDecode twice") << code(code("\xD6l 4,5 bar\xFF")) << QByteArray("\xD6l 4,5 bar\xFF");
         QTest::newRow("CodeDecode without a key") << outcome([] { return CodeDecode("abc", ""); }) << QByteArray("error 5");
-        QTest::newRow("EncodeArrayB, no password, 00 00") << outcome([&] { return arrayB({0, 0}, "", 0); }) << QByteArray("\xFF\xFE");
         QTest::newRow("EncodeArrayB, lower bound 1") << outcome([&] { return arrayB({0, 0}, "", 1); }) << QByteArray("\xFE\xFD");
         QTest::newRow("EncodeArrayB, password") << outcome([&] { return arrayB({0, 0, 0}, "AB", 0); }) << QByteArray("\xBE\xBC\xBC");
         QTest::newRow("EncodeArrayB twice") << outcome([&] { return arrayB(arrayB({1, 2, 3}, "AB", 1), "AB", 1); })
                                             << QByteArray("\x01\x02\x03");
         QTest::newRow("EncodeStr") << q(EncodeStr(std::string(2, '\0'))) << QByteArray("\xFF\xFE");
         QTest::newRow("EncodeControlText") << control(1) << q(EncodeStr("K\xFChlwasser \xB0" "C \x80", kCodecKey));
-        QTest::newRow("EncodeControlText twice") << control(2) << QByteArray("K\xFChlwasser \xB0" "C \x80");
-        QTest::newRow("record 0Ax1F") << record("0Ax1F") << QByteArray::fromHex("0A1F000000000000");
         QTest::newRow("record, empty") << record("") << QByteArray(8, '\0');
         QTest::newRow("record, eight pieces") << record("01x02x03x04x05x06x07xFF") << QByteArray::fromHex("01020304050607FF");
         QTest::newRow("record, ninth piece") << record("01x02x03x04x05x06x07x08x09") << QByteArray("error 9");
@@ -133,7 +128,6 @@ private slots:
         QTest::newRow("only 1 sets a bit") << outcome([] { return BinStrToByte("2000000x"); }) << QByteArray("0");
         QTest::newRow("missing bits clear") << outcome([] { return BinStrToByte("0000011"); }) << QByteArray("6");
         QTest::newRow("GetBit 5, 0") << outcome([] { return GetBit(5, 0); }) << QByteArray("1");
-        QTest::newRow("GetBit 5, 1") << outcome([] { return GetBit(5, 1); }) << QByteArray("0");
         QTest::newRow("GetBit 128, 7") << outcome([] { return GetBit(128, 7); }) << QByteArray("1");
         QTest::newRow("GetBit 255, 8") << outcome([] { return GetBit(255, 8); }) << QByteArray("error 5");
     }
@@ -144,32 +138,16 @@ private slots:
         QCOMPARE(result, expected);
     }
 
-    // The typed description of each line kind.
-    void vehicleFields()
-    {
-        const VehicleDescription v = parseVehicleData(kVehicle);
-        QCOMPARE(v.klemme15B, std::string("00x00x00x00x01x00x00x00"));
-        QCOMPARE(v.feldregenerationA, std::string("18xFDx7Cx00x02x01x02x00"));
-        QCOMPARE(v.feldregenerationB, std::string("00x00x00x00x04x00x00x00"));
-        const DisplayValue oil{"\xD6ldruck", "18xFExEFx00x03x01x00x00", "04x01x00x00x00x00x00x00", "\xD6LDRUCK ", "1", "3"};
-        QCOMPARE(v.displayValues[1], oil);
-        QCOMPARE(v.switches[1], (SwitchInput{"Nebel", "18xFExF2x00x03x01x04x01", "01x00x00x00x00x00x00x00"}));
-    }
-
-    // A coded file holds the coded text and CR LF; a missing file describes nothing.
+    // A coded file loads as its text; a missing file describes nothing, a one-byte file is no
+    // coded text. (The stored form and malformed lines: test_vehicles_tool, test_editor.)
     void loadVehicle()
     {
         QTemporaryDir dir;
         const QString path = dir.filePath("v.fzd");
         const auto load = [&] { return outcome([&] { return loadVehicleData(path.toStdString()).lineNames.size(); }); };
         QCOMPARE(load(), QByteArray("0"));
-        const std::string stored = encodeVehicleData(kVehicle);
-        QCOMPARE(q(stored), q(CodeDecode(kVehicle, kCodecKey)) + "\r\n");
-        QVERIFY(writeFile(path, q(stored)));
+        QVERIFY(writeFile(path, q(encodeVehicleData(kVehicle))));
         QCOMPARE(loadVehicleData(path.toStdString()), parseVehicleData(kVehicle));
-        QVERIFY(writeFile(path, q(CodeDecode("KLEMME15-1-2", kCodecKey) + "\r\n")));
-        QCOMPARE(load(), QByteArray("error 9"));
-        QCOMPARE(outcome([] { return encodeVehicleData("KLEMME15-1-2"); }), QByteArray("error 9"));
         QVERIFY(writeFile(path, "a"));
         QCOMPARE(load(), QByteArray("error 5"));
     }
@@ -195,8 +173,8 @@ private slots:
         QCOMPARE(q(qStringToWindows1252(QStringLiteral("→"))), QByteArray("?"));
     }
 
-    // Every sample vehicle loads; a configuration saved from it reads back as the rows and choices
-    // it was made of.
+    // Every sample vehicle loads with enough entries for the editor's lists. A configuration saved
+    // from one and read back is checked by test_demo and test_editor.
     void demoCatalogue()
     {
         const QString demo = QString::fromStdString(demoCatalogueDir());
@@ -207,31 +185,6 @@ private slots:
             const std::string path = (demo + "/" + name).toStdString();
             const VehicleDescription v = loadVehicleData(path);
             QVERIFY2(v.displayValues.size() >= 6 && !v.switches.empty(), qPrintable(name));
-
-            EditorChoice choice;
-            for (int k = 0; k < kDisplayLineCount; ++k)
-                choice.displayLines[k] = int(v.displayValues.size()) - 1 - k;
-            choice.switchInput = int(v.switches.size()) - 1;
-            choice.options = {true, false, true};
-            choice.threshold = "11,5";
-            choice.speed = 0;
-            choice.switching = 0;
-            Bytes file;
-            writeImage(file, VehicleImageSource(v, choice, ','));
-            const ImageReading r = readImage(file);
-            for (int k = 0; k < kDisplayLineCount; ++k) {
-                const DisplayValue& shown = v.displayValues[choice.displayLines[k]];
-                QCOMPARE(r.rows[displayLineSlot(k)], shown.recordA);
-                QCOMPARE(matchingDisplayValue(v, r.rows[displayLineSlot(k)]), choice.displayLines[k]);
-                QCOMPARE(std::string(file.begin() + 512 + 8 * k, file.begin() + 520 + 8 * k), shown.text);
-            }
-            QCOMPARE(r.rows[1], v.klemme15A);
-            QCOMPARE(r.rows[2], v.feldregenerationA);
-            QCOMPARE(matchingSwitch(v, r.rows[8]), choice.switchInput);
-            QCOMPARE(int(file[137]), int(valueByte(v.displayValues[choice.displayLines[0]].valueX)));
-            QCOMPARE(std::vector<int>({r.flags, r.threshold, r.speed, r.switching}), std::vector<int>({5, 168, 1, 255}));
-            choice.switchInput = -1;
-            QCOMPARE(outcome([&] { writeImage(file, VehicleImageSource(v, choice, ',')); return 0; }), QByteArray("error 380"));
         }
     }
 };

@@ -106,30 +106,6 @@ private slots:
         QCOMPARE(file.mid(offset, bytes.size()).toHex(' '), bytes.toHex(' '));
     }
 
-    // Saving over an existing ".eep" rewrites 0..1022 and never shortens the file.
-    void existingFile_data()
-    {
-        QTest::addColumn<QByteArray>("before");
-        QTest::addColumn<int>("size");
-        QTest::newRow("none") << QByteArray() << 1023;
-        QTest::newRow("device image of 1026 bytes") << QByteArray(1026, '\x5A') << 1026;
-    }
-    void existingFile()
-    {
-        QFETCH(QByteArray, before);
-        QFETCH(int, size);
-        QTemporaryDir dir;
-        const QString path = dir.filePath("0011AABB.eep");
-        if (!before.isEmpty())
-            QVERIFY(writeFile(path, before));
-        writeImageFile(path.toStdString(), sampleImage());
-        const QByteArray after = readFile(path);
-        QCOMPARE(after.size(), size);
-        QCOMPARE(after.left(1023), written(sampleImage()));
-        QCOMPARE(after.mid(944, 78), ff(78));
-        QCOMPARE(after.mid(1023), before.mid(1023));
-    }
-
     // What the start-up reads, including bytes the editor never writes (erased, zero, none).
     void readImageFile_data()
     {

@@ -62,7 +62,6 @@ private slots:
         QTest::newRow("decode a missing file") << QStringList{"decode", "@/none.fzd"} << QByteArray() << QByteArray("no such file");
         QTest::newRow("decode one byte") << QStringList{"decode", "@/in.txt"} << QByteArray("x") << QByteArray("shorter than two bytes");
         QTest::newRow("too few fields") << encode << QByteArray("KLEMME15-01-02\r\n") << QByteArray("seven fields");
-        QTest::newRow("empty line") << encode << kLines + "\r\n\r\n" + kLines << QByteArray("seven fields");
         QTest::newRow("record the editor cannot match") << encode
             << QByteArray("Drehzahl-0cxF0x04x00x03x02x00x00-01x08x00x00x00x00x00x00-DREHZAHL-0-1-DISPLAY") << QByteArray("upper-case hex");
         QTest::newRow("value above 255") << encode

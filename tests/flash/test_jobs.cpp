@@ -242,18 +242,6 @@ private slots:
         QVERIFY(!QFile::exists(tmp));
         QCOMPARE(rig.c.received().size(), sent);
     }
-
-    // "RECOVERY": the number as typed, blanks and all; a cancel reads as an empty number.
-    void recoveryNumber()
-    {
-        ScriptedDialogs dialogs;
-        dialogs.inputAnswer = " 12 ab ";
-        QCOMPARE(askRecoveryNumber(dialogs), std::string(" 12 ab "));
-        QVERIFY(dialogs.asked().first().startsWith("Recovery|Diese Funktion ist dafür gedacht, falls ein "
-                                                   "Firmwareupdate fehlschlug."));
-        dialogs.inputAnswer.reset();
-        QCOMPARE(askRecoveryNumber(dialogs), std::string());
-    }
 };
 
 QTEST_GUILESS_MAIN(TestJobs)

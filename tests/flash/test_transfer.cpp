@@ -74,7 +74,6 @@ private slots:
         const QString retry = "Retry error!";
         QTest::newRow("128 bytes, 2 blocks") << 128 << false << false << Faults{} << Outcome::Success << 2
                                              << "Erfolgreich übertragen!";
-        QTest::newRow("300 bytes, firmware") << 300 << true << false << Faults{} << Outcome::Success << 3 << flashed;
         QTest::newRow("ten NAKs spread over blocks")
             << 600 << true << false << Faults{.nakBlock = {{1, 3}, {3, 4}, {5, 3}}} << Outcome::Success << 5 << flashed;
         QTest::newRow("the eleventh NAK") << 600 << true << false << Faults{.nakBlock = {{2, 6}, {4, 5}}}

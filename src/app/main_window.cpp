@@ -19,6 +19,7 @@
 #include "platform/tcp_client.h"
 #include "remote/remote_service.h"
 #include "remote/remote_session.h"
+#include "terminal/terminal_port.h"
 #include "terminal/terminal_view.h"
 #include "util/runtime_error.h"
 
@@ -219,15 +220,12 @@ void MainWindow::buildControls()
     }
     telnet->setVisible(false);
     telnet->setAutoFillBackground(true);
-    MSComm3 = new QSerialPort(this);
-    MSComm3->setObjectName("MSComm3");
-    connect(MSComm3, &QSerialPort::readyRead, this, &MainWindow::MSComm3_OnComm);
-    connect(MSComm3, &QSerialPort::errorOccurred, this, [this](QSerialPort::SerialPortError error) {
-        // A port that goes away (adapter pulled) reports once and is closed, no flood.
-        if (MSComm3->isOpen() && isFatalPortError(error)) {
-            closeTerminalPort();
-            terminalAppend(std::string("\r\n++TERMINAL: ") + kLinkLostText + "\r\n");
-        }
+    terminalPort_ = new TerminalPort(*terminalView_, this);
+    MSComm3 = terminalPort_->port();
+    connect(terminalPort_, &TerminalPort::imageMailFinished, this, &MainWindow::imageMailFinished);
+    connect(terminalPort_, &TerminalPort::reportFinished, this, [this](const QString& r) {
+        Command3->setEnabled(true);
+        emit reportFinished(r);
     });
     remote_ = new RemoteSession(this);
     Winsock1 = remote_->socket();
@@ -236,7 +234,7 @@ void MainWindow::buildControls()
     connect(remote_, &RemoteSession::commandAnswered, this, &MainWindow::remoteCommandAnswered);
     connect(remote_, &RemoteSession::recordHandled, this, [this](bool found) {
         if (found) {
-            remoteDropShown_ = false;
+            terminalPort_->newServer();
             Timer4->start();
         } else {
             Command9->setEnabled(true);
@@ -245,16 +243,8 @@ void MainWindow::buildControls()
         }
         emit remoteRecordHandled();
     });
-    connect(remote_, &RemoteSession::forDevice, this, [this](const QByteArray& data) {
-        if (MSComm3->isOpen()) {
-            MSComm3->write(data);
-            MSComm3->flush();
-        } else if (!remoteDropShown_) {
-            // Said once, not for every chunk the server sends.
-            remoteDropShown_ = true;
-            terminalAppend("\r\n++TERMINAL: Com-Port nicht offen, Daten vom Server verworfen\r\n");
-        }
-    });
+    connect(remote_, &RemoteSession::forDevice, terminalPort_, &TerminalPort::fromServer);
+    connect(terminalPort_, &TerminalPort::output, remote_, &RemoteSession::deviceOutput);
     laststatus = label("500", telnet, "laststatus");
     laststatus->setVisible(false);
 
@@ -920,36 +910,14 @@ void MainWindow::Command1_Click()
     telnet->setVisible(true);
     telnet->raise();
     telnetsendbox->setFocus();
-    closeTerminalPort();
     const int port = chosenPort();
-    const std::string location = portLocation(port);
-    if (const std::string why = openPort(*MSComm3, location, 921600); !why.empty()) {
-        terminalAppend("\r\n++TERMINAL: Com-Port " + std::to_string(port) + " kann nicht geöffnet werden: " + why + "\r\n");
-    } else {
-        remoteDropShown_ = false;
-    }
+    terminalPort_->open(port, portLocation(port));
     terminalAppend(terminalGreeting(serialFromLabel(Label5->text().toStdString())));
-}
-
-void MainWindow::closeTerminalPort()
-{
-    if (MSComm3->isOpen())
-        MSComm3->close();
-    MSComm3->clearError();
 }
 
 void MainWindow::terminalAppend(const std::string& bytes)
 {
     terminalView_->append(bytes);
-}
-
-void MainWindow::MSComm3_OnComm()
-{
-    const QByteArray data = MSComm3->readAll();
-    if (data.isEmpty())
-        return;
-    remote_->deviceOutput(data);
-    terminalAppend(std::string(data.constData(), std::size_t(data.size())));
 }
 
 void MainWindow::Command9_Click()
@@ -989,41 +957,23 @@ void MainWindow::telnetsendbox_KeyPress(int keyAscii)
 {
     if (keyAscii != 13)
         return;
-    const LineEntry e = lineEntry(qStringToWindows1252(telnetsendbox->text()), lastkey->text().toStdString());
-    if (e.mailImage) {
-        const MailRequest mail = imageMail(serialFromLabel(Label5->text().toStdString()), programFolder());
-        terminalAppend(kImageMailLine);
-        jobs_.run<std::string>([mail] { return sendMail(mail); },
-                               [this](const std::string& r) { emit imageMailFinished(QString::fromStdString(r)); });
-    } else if (MSComm3->isOpen()) {
-        MSComm3->write(e.bytes.data(), qint64(e.bytes.size()));
-    } else {
-        terminalAppend("\r\n++TERMINAL: Com-Port nicht offen\r\n");
-    }
+    terminalPort_->enter(lineEntry(qStringToWindows1252(telnetsendbox->text()), lastkey->text().toStdString()),
+                         imageMail(serialFromLabel(Label5->text().toStdString()), programFolder()));
     telnetsendbox->clear();
     telnetsendbox->setFocus();
 }
 
 void MainWindow::Command3_Click()
 {
-    const std::string folder = programFolder();
-    const bool saved = writeTerminalLog(folder, terminalView_->text().text());
-    terminalAppend(saved ? "\rDATEI GESPEICHERT!\r" : "\rDATEI KONNTE NICHT GESPEICHERT WERDEN!\r");
-    terminalAppend("\rDATEI SENDEN...\r");
     // One report at a time; the mail runs on a worker so the window stays usable.
     Command3->setEnabled(false);
-    const MailRequest mail = reportMail(serialFromLabel(Label5->text().toStdString()), folder);
-    jobs_.run<std::string>([mail] { return sendMail(mail); },
-                           [this](const std::string& r) {
-                               terminalAppend("\r" + r + "\r");
-                               Command3->setEnabled(true);
-                               emit reportFinished(QString::fromStdString(r));
-                           });
+    const std::string folder = programFolder();
+    terminalPort_->report(folder, reportMail(serialFromLabel(Label5->text().toStdString()), folder));
 }
 
 void MainWindow::Command2_Click()
 {
-    closeTerminalPort();
+    terminalPort_->close();
     // 20 twips narrower than at start-up; the window has always done so.
     resize(tw(3780), tw(4380));
     telnet->setVisible(false);

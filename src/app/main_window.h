@@ -35,6 +35,7 @@ class Form2;
 class Form3;
 class TcpClient;
 class TerminalView;
+class TerminalPort;
 class RemoteSession;
 
 class MainWindow : public QMainWindow {
@@ -158,7 +159,6 @@ public slots:
     void Command3_Click();  // "BERICHT SENDEN"
     void telnetsendbox_KeyPress(int keyAscii);
     void telnetsendbox_KeyUp(int keyCode, int shift);
-    void MSComm3_OnComm();
     void Command9_Click();  // "REMOTE"
     void Timer4_Timer();
     void Winsock1_DataArrival(const QByteArray& data);
@@ -221,11 +221,10 @@ private:
     QPointer<Form2> editor_;
     QPointer<Form3> tunnel_;
     TerminalView* terminalView_ = nullptr;
+    TerminalPort* terminalPort_ = nullptr;
     RemoteSession* remote_ = nullptr;
     bool pollBeforeFetch_ = false;
     void terminalAppend(const std::string& bytes);
-    void closeTerminalPort();
-    bool remoteDropShown_ = false; // server data for a closed terminal port: said once
     JobRunner jobs_;             // last: waits for running jobs before anything else goes
 };
 

@@ -1,0 +1,52 @@
+#pragma once
+// The device's text port as the terminal uses it (921600 baud, 8N1): what the device prints
+// goes into the terminal's view and out through output(); typed lines, the report and the
+// image mail go from here. A port that cannot be opened or goes away says so in the terminal
+// once, as does server data that finds the port closed.
+#include "platform/job_runner.h"
+#include "terminal/terminal.h"
+
+#include <QByteArray>
+#include <QObject>
+
+#include <string>
+
+class QSerialPort;
+
+namespace veltro {
+
+class TerminalView;
+
+class TerminalPort : public QObject {
+    Q_OBJECT
+public:
+    TerminalPort(TerminalView& view, QObject* parent);
+
+    QSerialPort* port() const { return port_; }
+    // Opens port `number` at `location` (closing it first); a line when it cannot.
+    void open(int number, const std::string& location);
+    void close();
+    // Enter in the input line: the image mail, the bytes to the device, or a line that the
+    // port is not open.
+    void enter(const LineEntry& entry, const MailRequest& imageMail);
+    // "BERICHT SENDEN": terminal_log.txt in `folder`, then the mail on a worker.
+    void report(const std::string& folder, const MailRequest& mail);
+    // Data from a remote service's server for the device; newServer() when one connects.
+    void fromServer(const QByteArray& data);
+    void newServer() { serverDropShown_ = false; }
+
+signals:
+    void output(const QByteArray& data);  // the device printed this
+    void imageMailFinished(const QString& result);
+    void reportFinished(const QString& result);
+
+private:
+    void readyRead();
+
+    TerminalView& view_;
+    QSerialPort* port_;
+    bool serverDropShown_ = false;
+    JobRunner jobs_;
+};
+
+} // namespace veltro

@@ -297,7 +297,7 @@ void DeviceModel::receive(std::uint8_t byte, Clock::time_point t)
     switch (mode_) {
     case Mode::Command: onCommandByte(byte, t); break;
     case Mode::Bootloader: onBootByte(byte, t); break;
-    case Mode::Tunnel: onTunnelByte(byte); break;
+    case Mode::Tunnel: onTunnelByte(byte, t); break;
     }
 }
 
@@ -635,7 +635,7 @@ void DeviceModel::setTunnelFrameRate(double framesPerSecond)
     rateStart_.reset();
 }
 
-void DeviceModel::onTunnelByte(std::uint8_t byte)
+void DeviceModel::onTunnelByte(std::uint8_t byte, Clock::time_point t)
 {
     if (tunnelBody_.empty() && byte == wire::TunnelMark) {
         ++tunnelPackets_;
@@ -645,7 +645,14 @@ void DeviceModel::onTunnelByte(std::uint8_t byte)
     } else {
         tunnelBody_.push_back(byte);
         if (tunnelBody_.size() == wire::TunnelBodySize) {
-            tunnelBodies_.push_back(std::move(tunnelBody_));
+            if (tunnelBodies_.size() == MaxBodiesKept) {
+                tunnelBodies_.pop_front();
+                tunnelBodyTimes_.pop_front();
+            }
+            auto& body = tunnelBodies_.emplace_back();
+            std::copy(tunnelBody_.begin(), tunnelBody_.end(), body.begin());
+            tunnelBodyTimes_.push_back(t);
+            ++tunnelBodyCount_;
             tunnelBody_.clear();
         }
     }
@@ -697,7 +704,10 @@ void DeviceModel::tunnelBurst(int n, Clock::time_point now)
 void DeviceModel::tunnelChecksumError(Clock::time_point now)
 {
     if (mode_ != Mode::Tunnel || silent_ || unplugged_) return;
-    sendTunnel(Bytes{wire::TunnelMark, wire::TunnelChecksumError}, now);
+    Bytes bytes(wire::TunnelRecordSize, 0);
+    bytes[0] = wire::TunnelMark;
+    bytes[1] = wire::TunnelChecksumError;
+    sendTunnel(std::move(bytes), now);
 }
 
 void DeviceModel::tunnelSendError(std::uint8_t code, Clock::time_point now)
@@ -708,6 +718,19 @@ void DeviceModel::tunnelSendError(std::uint8_t code, Clock::time_point now)
     bytes[1] = wire::TunnelSendError;
     bytes.back() = code;
     sendTunnel(std::move(bytes), now);
+}
+
+std::vector<Bytes> DeviceModel::tunnelBodies() const
+{
+    std::vector<Bytes> bodies;
+    bodies.reserve(tunnelBodies_.size());
+    for (const auto& b : tunnelBodies_) bodies.emplace_back(b.begin(), b.end());
+    return bodies;
+}
+
+std::vector<Clock::time_point> DeviceModel::tunnelBodyTimes() const
+{
+    return {tunnelBodyTimes_.begin(), tunnelBodyTimes_.end()};
 }
 
 std::vector<Bytes> DeviceModel::tunnelSentBodies() const
@@ -812,9 +835,13 @@ DeviceModel::Output DeviceModel::takeQueued(Clock::time_point now)
         // Tunnel records have no gaps: the next starts on the wire right behind this one, so
         // late wake-ups do not slow a queue of them down (they then share a write).
         lastEnd_ = e.tunnel ? e.start + wireTime(size, e.baud) : now;
+        // A tunnel emission is handed over whole, so it ends the bytes taken so far.
+        const std::size_t first = result.bytes.size() - size;
         for (std::size_t i = 0; i < e.frameCount; ++i) {
+            const std::uint32_t k = e.firstFrame + static_cast<std::uint32_t>(i);
             if (tunnelSent_.size() == MaxSentKept) tunnelSent_.pop_front();
-            tunnelSent_.push_back(e.firstFrame + static_cast<std::uint32_t>(i));
+            tunnelSent_.push_back(k);
+            result.frames.push_back({k, first + (i + 1) * wire::TunnelRecordSize});
         }
         const bool unplugNow = e.unplugAfter;
         out_.pop_front();

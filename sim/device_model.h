@@ -34,8 +34,9 @@
 // In tunnel mode (setTunnelMode) the controller is the tool's CAN interface instead: it answers
 // no requests, terminal lines or mode bytes, and the line carries CAN frames both ways.
 //   to the tool    "}x" (0x7D 0x78) and a 15-byte frame body: a frame from the CAN bus
-//                  "}" 0xF0: a frame the tool sent had a checksum error
+//                  "}" 0xF0, 15 zero bytes: a frame the tool sent had a checksum error
 //                  "}" 0xC8, 14 zero bytes, an error code: a frame could not go on the bus
+//                  Every record is 17 bytes.
 //   from the tool  0x7D starts a packet, 15-byte frame bodies follow; a lone 0x7D is a packet
 //                  without bodies. A 0x7D at a body boundary always starts a new packet, inside
 //                  a body it is data. Bytes before the first 0x7D are stray.
@@ -78,10 +79,10 @@ inline constexpr std::size_t BlockDataSize = 128;
 inline constexpr std::uint32_t Baud = 921600;            // the controller's own line speed
 inline constexpr std::uint8_t TunnelMark = 0x7D;         // '}': starts every tunnel record
 inline constexpr std::uint8_t TunnelFrame = 0x78;        // 'x': "}x" + body, a frame from the bus
-inline constexpr std::uint8_t TunnelChecksumError = 0xF0;
+inline constexpr std::uint8_t TunnelChecksumError = 0xF0;  // "}" 0xF0, 15 zeros
 inline constexpr std::uint8_t TunnelSendError = 0xC8;    // "}" 0xC8, 14 zeros, the error code
 inline constexpr std::size_t TunnelBodySize = 15;
-inline constexpr std::size_t TunnelRecordSize = 17;      // "}x" + body, and the send error record
+inline constexpr std::size_t TunnelRecordSize = 17;      // every record: "}x" + body, both errors
 }  // namespace wire
 
 // Time a number of bytes take on a line with 10 bits per byte; at the controller's own 921600
@@ -196,7 +197,7 @@ public:
     static constexpr std::size_t MaxTunnelBacklog = 64;
     // The following emit only in tunnel mode, from `now` on, after whatever is still going out.
     void tunnelBurst(int n, Clock::time_point now);  // n frames back to back, in one write
-    void tunnelChecksumError(Clock::time_point now);  // "}" 0xF0
+    void tunnelChecksumError(Clock::time_point now);  // "}" 0xF0, 15 zeros
     void tunnelSendError(std::uint8_t code, Clock::time_point now);  // "}" 0xC8, 14 zeros, code
     // Body of frame k (frames are numbered from 0 as the controller takes them off the bus):
     // k big-endian in 4 bytes, the length 8, eight data bytes (k*8 .. k*8+7, modulo 256, so
@@ -208,8 +209,14 @@ public:
     void receive(std::uint8_t byte, Clock::time_point arrival);
     void receive(const Bytes& bytes, Clock::time_point arrival);
 
+    // A "}x" record in an Output: its frame number and the offset in `bytes` just past it.
+    struct FrameEnd {
+        std::uint32_t frame = 0;
+        std::size_t end = 0;
+    };
     struct Output {
         Bytes bytes;                               // to be written now
+        std::vector<FrameEnd> frames;              // the "}x" records completed in bytes
         bool unplug = false;                       // then close the line
         std::optional<Clock::time_point> wake;     // call take() again then
         bool looseWake = false;                    // bulk text: waking late costs nothing
@@ -226,8 +233,13 @@ public:
     const std::string& partialLine() const { return line_; }  // collected, no CR yet
     std::size_t streamedBytes() const { return streamed_; }   // stream text handed out, all streams
     bool streaming() const;                                   // stream text still to go out
-    // Tunnel input: complete bodies in order, packet starts (0x7D), bytes before the first.
-    const std::vector<Bytes>& tunnelBodies() const { return tunnelBodies_; }
+    // Tunnel input: complete bodies in order and when each was completed (the arrival time of
+    // its last byte), the last MaxBodiesKept of them; bodies completed in all; packet starts
+    // (0x7D); bytes before the first packet.
+    std::vector<Bytes> tunnelBodies() const;
+    std::vector<Clock::time_point> tunnelBodyTimes() const;
+    std::size_t tunnelBodyCount() const { return tunnelBodyCount_; }
+    static constexpr std::size_t MaxBodiesKept = 1'000'000;  // about 24 MB
     int tunnelPackets() const { return tunnelPackets_; }
     std::size_t tunnelStrayBytes() const { return tunnelStray_; }
     // Bodies of the "}x" records handed out, in order (a record counts once all of it is out);
@@ -274,7 +286,7 @@ private:
     bool restarting() const;  // a request's answer or an unplug is still to go out
     void dropTerminalOutput();
     void onBootByte(std::uint8_t byte, Clock::time_point t);
-    void onTunnelByte(std::uint8_t byte);
+    void onTunnelByte(std::uint8_t byte, Clock::time_point t);
     void sendTunnel(Bytes bytes, Clock::time_point earliest, std::uint32_t firstFrame = 0,
                     std::size_t frameCount = 0);
     void queueDueFrames(Clock::time_point now);  // the frame rate's frames up to `now`
@@ -322,7 +334,9 @@ private:
     std::uint32_t nextFrameNumber_ = 0;
     bool tunnelOpen_ = false;  // a 0x7D has arrived since tunnel mode was switched on
     Bytes tunnelBody_;         // the body being filled
-    std::vector<Bytes> tunnelBodies_;
+    std::deque<std::array<std::uint8_t, wire::TunnelBodySize>> tunnelBodies_;
+    std::deque<Clock::time_point> tunnelBodyTimes_;
+    std::size_t tunnelBodyCount_ = 0;
     int tunnelPackets_ = 0;
     std::size_t tunnelStray_ = 0;
     std::deque<std::uint32_t> tunnelSent_;  // frame numbers: the bodies follow from them

@@ -26,6 +26,9 @@ const char* const Usage =
     "  --older MINOR    an image of the older layout: byte 127 = 5, firmware minor at byte 126\n"
     "  --silent         never answer anything (a port without a controller)\n"
     "  --line-rate      pace answers like a 921600-baud line\n"
+    "  --paced-input    take bytes from the tool no faster than the speed it set on the\n"
+    "                   port carries them (10 bits a byte); a tool that writes faster\n"
+    "                   finds the port full, as on a real line\n"
     "  --stream BYTES   after each terminal banner, BYTES of test text at line rate\n"
     "                   (92,160 bytes/s; lines ending CR LF, now and then a bare CR)\n"
     "  --tunnel         be the tool's CAN interface (tunnel mode) instead of answering\n"
@@ -110,6 +113,8 @@ int main(int argc, char** argv)
                 controller.setSilent(true);
             } else if (arg == "--line-rate") {
                 controller.setLineRate(true);
+            } else if (arg == "--paced-input") {
+                controller.setPacedInput(true);
             } else if (arg == "--stream") {
                 controller.setStreamOnOpen(number(value(), 10, 4'000'000'000ul, "--stream"));
             } else if (arg == "--tunnel") {

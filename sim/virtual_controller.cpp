@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sched.h>
+#include <sys/ioctl.h>
 #ifdef __linux__
 #include <sys/prctl.h>
 #endif
@@ -37,6 +38,11 @@ constexpr auto kYieldStretch = std::chrono::microseconds(250);
 // taking more until the tool reads.
 constexpr std::size_t kTunnelPending = 4096;
 constexpr auto kTunnelRetry = std::chrono::milliseconds(10);
+
+// Paced input takes at most this much at a time, about 2.8 ms of a 921600-baud line: a tool
+// that writes faster than the line finds room in the pty again as bytes cross the wire, in
+// small steps, and the controller's thread wakes a few hundred times a second, not per byte.
+constexpr std::size_t kPacedRead = 256;
 
 // The baud rate of a termios speed code; 0 for codes outside the table (B0, BOTHER).
 std::uint32_t baudOf(speed_t speed)
@@ -165,6 +171,18 @@ void VirtualController::run()
     ::prctl(PR_SET_TIMERSLACK, 1UL);
 #endif
     Bytes pending;  // due, not yet taken by the pty
+    // "}x" records taken from the model whose last byte is not in the pty yet: where they end,
+    // counted in all the output taken so far, and their frame numbers.
+    std::deque<std::pair<std::uint64_t, std::uint32_t>> unstamped;
+    std::uint64_t takenTotal = 0;
+    std::uint64_t writtenTotal = 0;
+    // Paced input: the wire has carried lineBytes bytes at inBaud since lineStart without a
+    // pause. It pauses whenever the controller has taken all the pty held; the next byte the
+    // tool writes starts on it when the controller sees it.
+    bool lineIdle = true;
+    Clock::time_point lineStart{};
+    std::uint64_t lineBytes = 0;
+    std::uint32_t inBaud = wire::Baud;
     std::array<std::uint8_t, 4096> buf{};
     while (running_) {
         std::optional<Clock::time_point> wakeAt;
@@ -177,6 +195,8 @@ void VirtualController::run()
             if (!model_.tunnelMode() || pending.size() < kTunnelPending || unplugRequested_) {
                 if (model_.tunnelMode()) model_.setTunnelBaud(speedOf(slave_));  // 0: the default
                 DeviceModel::Output out = model_.take(Clock::now());
+                for (const DeviceModel::FrameEnd& f : out.frames) unstamped.emplace_back(takenTotal + f.end, f.frame);
+                takenTotal += out.bytes.size();
                 pending.insert(pending.end(), out.bytes.begin(), out.bytes.end());
                 wakeAt = out.wake;
                 looseWake = out.looseWake;
@@ -191,14 +211,21 @@ void VirtualController::run()
         if (master_ >= 0 && !pending.empty()) {
             const ssize_t n = ::write(master_, pending.data(), pending.size());
             if (n > 0) {
+                const Clock::time_point now = Clock::now();
                 pending.erase(pending.begin(), pending.begin() + n);
+                writtenTotal += static_cast<std::uint64_t>(n);
                 std::lock_guard lock(mutex_);
                 unwritten_ = pending.size();
+                for (; !unstamped.empty() && unstamped.front().first <= writtenTotal; unstamped.pop_front()) {
+                    if (sentTimes_.size() == DeviceModel::MaxSentKept) sentTimes_.pop_front();
+                    sentTimes_.push_back({unstamped.front().second, now});
+                }
             }
         }
         if (unplugNow) {
             closeMaster();
             pending.clear();
+            unstamped.clear();
             {
                 std::lock_guard lock(mutex_);
                 lineClosed_ = true;
@@ -206,11 +233,54 @@ void VirtualController::run()
             lineClosedCv_.notify_all();
         }
 
+        // Paced input: take what has crossed the wire by now, a little at a time, and wait for
+        // the rest; the pty keeps it meanwhile and so fills up under a tool that writes faster.
+        const bool paced = pacedInput_;
+        bool watchInput = true;
+        if (paced && master_ >= 0) {
+            int queued = 0;
+            if (::ioctl(master_, FIONREAD, &queued) != 0) queued = 0;
+            if (queued <= 0) {
+                lineIdle = true;
+            } else {
+                const Clock::time_point now = Clock::now();
+                const std::uint32_t baud = lineBaud();
+                if (lineIdle || baud != inBaud) {
+                    const Clock::time_point lineEnd = lineStart + wireTime(lineBytes, inBaud);
+                    lineStart = lineIdle ? std::max(now, lineEnd) : lineEnd;
+                    lineBytes = 0;
+                    inBaud = baud;
+                    lineIdle = false;
+                }
+                const std::size_t want = std::min(static_cast<std::size_t>(queued), kPacedRead);
+                const Clock::time_point due = lineStart + wireTime(lineBytes + want, inBaud);
+                if (now >= due) {
+                    const ssize_t n = ::read(master_, buf.data(), want);
+                    if (n > 0) {
+                        {
+                            std::lock_guard lock(mutex_);
+                            for (std::size_t i = 0; i < static_cast<std::size_t>(n); ++i)
+                                model_.receive(buf[i], lineStart + wireTime(lineBytes + i + 1, inBaud));
+                        }
+                        lineBytes += static_cast<std::uint64_t>(n);
+                        if (n == queued) lineIdle = true;
+                        continue;  // more may be due already, and the model may have answered
+                    }
+                } else {
+                    watchInput = false;
+                    if (!wakeAt || due < *wakeAt) {
+                        wakeAt = due;
+                        looseWake = true;  // arrival times are reckoned, not read off the clock
+                    }
+                }
+            }
+        }
+
         std::array<pollfd, 2> fds{};
         fds[0] = {wakeRead_, POLLIN, 0};
         nfds_t count = 1;
         if (master_ >= 0) {
-            fds[1] = {master_, static_cast<short>(POLLIN | (pending.empty() ? 0 : POLLOUT)), 0};
+            fds[1] = {master_, static_cast<short>((watchInput ? POLLIN : 0) | (pending.empty() ? 0 : POLLOUT)), 0};
             count = 2;
         }
         timespec ts{};
@@ -238,11 +308,14 @@ void VirtualController::run()
             }
         }
         if (count == 2 && (fds[1].revents & POLLIN)) {
-            const ssize_t n = ::read(master_, buf.data(), buf.size());
-            if (n > 0) {
-                const Clock::time_point now = Clock::now();
-                std::lock_guard lock(mutex_);
-                model_.receive(Bytes(buf.begin(), buf.begin() + n), now);
+            // Paced, the next round takes it.
+            if (!paced) {
+                const ssize_t n = ::read(master_, buf.data(), buf.size());
+                if (n > 0) {
+                    const Clock::time_point now = Clock::now();
+                    std::lock_guard lock(mutex_);
+                    model_.receive(Bytes(buf.begin(), buf.begin() + n), now);
+                }
             }
         } else if (count == 2 && (fds[1].revents & (POLLHUP | POLLERR))) {
             // Should not happen while the slave is held open; do not spin if it does.
@@ -325,6 +398,11 @@ void VirtualController::setSilent(bool on)
 {
     changed([&](DeviceModel& m) { m.setSilent(on); });
 }
+void VirtualController::setPacedInput(bool on)
+{
+    pacedInput_ = on;
+    wake();
+}
 void VirtualController::setFaults(Request request, const AnswerFaults& faults)
 {
     changed([&](DeviceModel& m) { m.setFaults(request, faults); });
@@ -388,6 +466,14 @@ std::vector<Bytes> VirtualController::tunnelBodies() const
 {
     return locked([](const DeviceModel& m) { return m.tunnelBodies(); });
 }
+std::vector<Clock::time_point> VirtualController::tunnelBodyTimes() const
+{
+    return locked([](const DeviceModel& m) { return m.tunnelBodyTimes(); });
+}
+std::size_t VirtualController::tunnelBodyCount() const
+{
+    return locked([](const DeviceModel& m) { return m.tunnelBodyCount(); });
+}
 int VirtualController::tunnelPackets() const
 {
     return locked([](const DeviceModel& m) { return m.tunnelPackets(); });
@@ -399,6 +485,11 @@ std::size_t VirtualController::tunnelStrayBytes() const
 std::vector<Bytes> VirtualController::tunnelSentBodies() const
 {
     return locked([](const DeviceModel& m) { return m.tunnelSentBodies(); });
+}
+std::vector<VirtualController::TunnelSent> VirtualController::tunnelSentTimes() const
+{
+    std::lock_guard lock(mutex_);
+    return {sentTimes_.begin(), sentTimes_.end()};
 }
 std::uint32_t VirtualController::lineBaud() const
 {

@@ -8,7 +8,8 @@
 // answer to an empty line (see DeviceModel).
 //
 // The same descriptor shares the line settings the tool makes on its own, so the controller
-// sees the speed the tool opened the port with (lineBaud) and paces tunnel output at it.
+// sees the speed the tool opened the port with (lineBaud) and paces tunnel output at it, and,
+// with setPacedInput, what it takes in as well.
 //
 // Every setter and getter may be called from any thread, before or after start().
 #pragma once
@@ -17,6 +18,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <deque>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -59,6 +61,12 @@ public:
     void setHandshakeDelay(Clock::duration delay);
     void setLineRate(bool on);
     void setSilent(bool on);
+    // On: the controller takes bytes from the pty no faster than lineBaud() carries them (10
+    // bits a byte), in every mode, as a real line would. A tool that writes faster fills the
+    // pty and its non-blocking writes fail with EAGAIN until the controller catches up. Each
+    // byte is handed to the model at the time its last bit would have arrived. Off (the
+    // default): it takes whatever is there at once.
+    void setPacedInput(bool on);
     void setFaults(Request request, const AnswerFaults& faults);
     void setBootFaults(const BootFaults& faults);
     // Closes the master side now: the tool's port sees a hang-up / I/O error, as with an
@@ -91,9 +99,18 @@ public:
     void tunnelSendError(std::uint8_t code);
     static Bytes tunnelFrameBody(std::uint32_t k) { return DeviceModel::tunnelFrameBody(k); }
     std::vector<Bytes> tunnelBodies() const;       // complete bodies received, in order
+    std::vector<Clock::time_point> tunnelBodyTimes() const;  // when each of them was completed
+    std::size_t tunnelBodyCount() const;           // bodies completed in all (cheap to poll)
     int tunnelPackets() const;                     // 0x7D packet starts received
     std::size_t tunnelStrayBytes() const;          // bytes before the first 0x7D
     std::vector<Bytes> tunnelSentBodies() const;   // bodies of the "}x" records handed out
+    // The "}x" records in the order their last byte went into the pty, with the time it did;
+    // the last DeviceModel::MaxSentKept of them. A record the pty has not taken yet is missing.
+    struct TunnelSent {
+        std::uint32_t frame = 0;  // its body is tunnelFrameBody(frame)
+        Clock::time_point at;
+    };
+    std::vector<TunnelSent> tunnelSentTimes() const;
     // The output speed set on the line, 921600 when the controller cannot tell (a speed
     // outside the standard table, set through termios2).
     std::uint32_t lineBaud() const;
@@ -128,6 +145,8 @@ private:
     bool lineClosed_ = false;  // under mutex_
     std::size_t unwritten_ = 0;  // under mutex_: bytes taken from the model, not yet in the pty
     bool unplugRequested_ = false;  // under mutex_
+    std::deque<TunnelSent> sentTimes_;  // under mutex_
+    std::atomic<bool> pacedInput_{false};
     DeviceModel model_;
     int master_ = -1;
     int slave_ = -1;

@@ -5,7 +5,11 @@
 
 #include <QtTest>
 
+#include <cerrno>
+#include <fcntl.h>
 #include <functional>
+#include <termios.h>
+#include <unistd.h>
 
 using namespace veltro::sim;
 using namespace std::chrono_literals;
@@ -100,7 +104,7 @@ private slots:
         QTest::newRow("burst of 3") << Setup([](DeviceModel& m) { m.tunnelBurst(3, T0); })
                                     << Writes{join({frame(0), frame(1), frame(2)})} << 3 << wt(51);
         QTest::newRow("checksum error") << Setup([](DeviceModel& m) { m.tunnelChecksumError(T0); })
-                                        << Writes{{0x7D, 0xF0}} << 0 << wt(2);
+                                        << Writes{join({{0x7D, 0xF0}, Bytes(15, 0)})} << 0 << wt(17);
         QTest::newRow("burst, send error")
             << Setup([](DeviceModel& m) { m.tunnelBurst(2, T0), m.tunnelSendError(0x2A, T0); })
             << Writes{join({frame(0), frame(1)}), error} << 2 << wt(17, wt(34));
@@ -125,6 +129,40 @@ private slots:
         for (std::uint32_t k = 0; k < std::uint32_t(frames); ++k)
             sent.push_back(DeviceModel::tunnelFrameBody(k));
         QCOMPARE(m.tunnelSentBodies(), sent);
+    }
+
+    // Paced input on a 50-baud line (5 bytes a second): a burst the size of the pty's buffers
+    // stays in the pty, so the tool's non-blocking write is refused (EAGAIN) while the
+    // controller has not yet completed a single body.
+    void pacedInputFillsThePty()
+    {
+        VirtualController c;
+        c.setTunnelMode(true);
+        c.setPacedInput(true);
+        c.start();
+        const int fd = ::open(c.path().c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+        QVERIFY(fd >= 0);
+        termios tio{};
+        ::tcgetattr(fd, &tio);
+        ::cfmakeraw(&tio);
+        ::cfsetispeed(&tio, B50);
+        ::cfsetospeed(&tio, B50);
+        ::tcsetattr(fd, TCSANOW, &tio);
+        Bytes burst{0x7D};
+        for (std::uint32_t k = 0; burst.size() < 1'000'000; ++k) {
+            const Bytes body = DeviceModel::tunnelFrameBody(k);
+            burst.insert(burst.end(), body.begin(), body.end());
+        }
+        std::size_t written = 0;
+        ssize_t n = 0;
+        while (written < burst.size() &&
+               (n = ::write(fd, burst.data() + written, std::min<std::size_t>(4096, burst.size() - written))) > 0)
+            written += std::size_t(n);
+        const int error = errno;
+        ::close(fd);
+        QCOMPARE(n, ssize_t(-1));
+        QCOMPARE(error, EAGAIN);
+        QCOMPARE(c.tunnelBodyCount(), std::size_t(0));
     }
 };
 

@@ -43,6 +43,8 @@ TcpClient::TcpClient(QObject* parent)
         connectTimer_->stop();
         // Short lines go out at once instead of waiting for the previous one's acknowledgement.
         socket_->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+        // A small kernel buffer too: what a held-back reader leaves unread stays with the server.
+        socket_->setSocketOption(QAbstractSocket::ReceiveBufferSizeSocketOption, 64 * 1024);
     });
     connect(socket_, &QTcpSocket::errorOccurred, this, [this](QAbstractSocket::SocketError e) {
         if (!closedByUs_)
@@ -51,16 +53,48 @@ TcpClient::TcpClient(QObject* parent)
         emit stateMayHaveChanged();
     });
     connect(socket_, &QTcpSocket::stateChanged, this, &TcpClient::stateMayHaveChanged);
-    connect(socket_, &QTcpSocket::readyRead, this, [this] {
-        const QByteArray data = socket_->readAll();
-        if (!data.isEmpty())
-            emit dataArrived(data);
-    });
+    connect(socket_, &QTcpSocket::readyRead, this, &TcpClient::deliver);
+    // Bounded, so that a server faster than its receiver fills the kernel's buffers, not ours.
+    socket_->setReadBufferSize(64 * 1024);
+}
+
+void TcpClient::deliver()
+{
+    if (delivering_)
+        return; // a receiver that releases reading while it handles a chunk: the loop goes on
+    delivering_ = true;
+    while (!held_ && socket_->bytesAvailable() > 0) {
+        const QByteArray data = socket_->read(maxChunk_);
+        if (data.isEmpty())
+            break;
+        emit dataArrived(data);
+    }
+    delivering_ = false;
+}
+
+void TcpClient::holdReading(bool hold)
+{
+    if (hold == held_)
+        return;
+    held_ = hold;
+    if (!held_)
+        deliver();
+}
+
+qint64 TcpClient::unread() const
+{
+    return socket_->bytesAvailable();
+}
+
+qint64 TcpClient::queued() const
+{
+    return socket_->bytesToWrite();
 }
 
 void TcpClient::connectTo(const QString& host, int port)
 {
     socket_->abort();
+    held_ = false;
     closedByUs_ = false;
     error_ = QAbstractSocket::UnknownSocketError;
     if (port < 1 || port > 65535) {

@@ -34,21 +34,39 @@ public:
     // Sends while connected; false (and nothing sent) otherwise.
     bool send(const QByteArray& data);
 
+    // Bytes handed to send() that the kernel has not taken yet.
+    qint64 queued() const;
+
+    // A receiver that cannot keep up holds reading back instead of dropping: the data wait in
+    // the socket (at most readBufferSize bytes), then in the kernel, whose full receive window
+    // makes TCP slow the server down. Released, what waits is delivered at once, in chunks of
+    // at most `maxChunk` bytes.
+    void holdReading(bool hold);
+    bool readingHeld() const { return held_; }
+    void setMaxChunk(qint64 bytes) { maxChunk_ = bytes; }
+    // Data the server sent that have not been delivered yet.
+    qint64 unread() const;
+
     void setConnectTimeout(int ms) { connectTimer_->setInterval(ms); }
     int connectTimeout() const { return connectTimer_->interval(); }
     QTcpSocket* socket() const { return socket_; }
 
 signals:
-    // Everything that was waiting when the socket reported data, as one chunk.
+    // What was waiting when the socket reported data (up to the chunk size), as one chunk.
     void dataArrived(const QByteArray& data);
     // The state number may have changed (Qt's state or error did, or the tool closed).
     void stateMayHaveChanged();
 
 private:
+    void deliver();
+
     QTcpSocket* socket_;
     QTimer* connectTimer_;
     QAbstractSocket::SocketError error_ = QAbstractSocket::UnknownSocketError;
     bool closedByUs_ = false;
+    bool held_ = false;
+    bool delivering_ = false;
+    qint64 maxChunk_ = 64 * 1024;
 };
 
 } // namespace veltro

@@ -138,6 +138,8 @@ Form3::Form3(std::string folder, QWidget* parent) : QWidget(parent, Qt::Window),
         Command3->setEnabled(false);
         command1->setEnabled(true);
     });
+    // The device's port gone: the link has ended the tunnel, the window follows.
+    connect(link_, &TunnelLink::portLost, this, &Form3::Command3_Click);
     connect(link_, &TunnelLink::opened, this, [this](bool portOpen) {
         if (!portOpen)
             Command3_Click();

@@ -4,6 +4,7 @@
 // server, shows what happens in its log, and flashes two lamps on traffic; the relay itself
 // runs on a thread of its own (TunnelLink).
 #include "platform/job_runner.h"
+#include "remote/remote_service.h"
 
 #include <QWidget>
 
@@ -85,7 +86,7 @@ private:
 
     std::string folder_;
     std::shared_ptr<std::atomic<bool>> closing_ = std::make_shared<std::atomic<bool>>(false);
-    int baud_ = 0;
+    int baud_ = kDefaultTunnelBaud; // the port's stored speed until a record sets one
     bool unloaded_ = false;
     QThread* thread_ = nullptr;
     TunnelLink* link_ = nullptr;

@@ -71,11 +71,21 @@ std::optional<TunnelRecord> parseTunnelRecord(const std::string& text, std::stri
     }
     std::optional<int> n[7];
     for (int i = 0; i < 7; ++i) {
+        // The serial line keeps its stored speed when the record leaves the baud rate out.
+        if (i == 5 && f[5].find_first_not_of(" \t") == std::string::npos) {
+            n[i] = kDefaultTunnelBaud;
+            continue;
+        }
         n[i] = wholeNumber(f[std::size_t(i)]);
         if (!n[i]) {
             why = "Feld " + std::to_string(i + 1) + " ist keine Zahl: \"" + f[std::size_t(i)] + "\"";
             return std::nullopt;
         }
+    }
+    if (*n[5] < kMinTunnelBaud || *n[5] > kMaxTunnelBaud) {
+        why = "Baudrate " + std::to_string(*n[5]) + " ist nicht nutzbar (" + std::to_string(kMinTunnelBaud) + " bis " +
+              std::to_string(kMaxTunnelBaud) + ")";
+        return std::nullopt;
     }
     TunnelRecord r;
     r.host = std::to_string(*n[0]) + "." + std::to_string(*n[1]) + "." + std::to_string(*n[2]) + "." +

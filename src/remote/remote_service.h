@@ -25,13 +25,17 @@ RemoteRecord parseRemoteRecord(const std::string& reply);
 
 // The tunnel's record, "/CAN/" + connect-ID + ".dat": seven fields "a,b,c,d,port,baud,loopback"
 // (loopback 1 = on, 0 = off). Nothing, with `why` for the log, when a field is missing or not
-// a number.
+// a number, or the baud rate is one no serial line runs at. An empty baud field keeps the
+// tunnel port's stored speed.
 struct TunnelRecord {
     std::string host;
     int port = 0;
     int baud = 0;
     bool loopback = false;
 };
+inline constexpr int kDefaultTunnelBaud = 38400;
+inline constexpr int kMinTunnelBaud = 50;
+inline constexpr int kMaxTunnelBaud = 4000000;
 std::optional<TunnelRecord> parseTunnelRecord(const std::string& text, std::string& why);
 std::string tunnelRecordPath(const std::string& connectId);
 // A connect-ID shorter than this is refused.

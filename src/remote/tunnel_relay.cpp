@@ -19,58 +19,62 @@ std::uint8_t byteAt(std::string_view record, std::size_t position)
     return position <= record.size() ? std::uint8_t(record[position - 1]) : 0;
 }
 
-// A read that begins like a framed record ("}x", "}" 0xC8, or a lone "}" that may become one).
-bool startsFramedRecord(std::string_view rest)
-{
-    return rest.front() == kRecordStart && (rest.size() == 1 || rest[1] == kFrame || rest[1] == kSendError);
-}
-
 template <typename T>
 void append(std::vector<T>& to, std::vector<T>&& from)
 {
     for (T& item : from)
         to.push_back(std::move(item));
 }
+
+int lineTimeMs(std::size_t bytes, int baud)
+{
+    const double bitsPerSecond = baud > 0 ? baud : 9600;
+    return int(std::ceil(double(bytes) * 10 * 1000.0 / bitsPerSecond));
+}
 } // namespace
 
 void RelayOutput::add(RelayOutput&& more)
 {
-    toDevice += more.toDevice;
+    deviceStart = deviceStart || more.deviceStart;
+    append(toDevice, std::move(more.toDevice));
     append(toServer, std::move(more.toServer));
     append(view, std::move(more.view));
     append(file, std::move(more.file));
     txLamp = txLamp || more.txLamp;
     rxLamp = rxLamp || more.rxLamp;
     waiting = waiting || more.waiting;
+    serverWaiting = serverWaiting || more.serverWaiting;
 }
 
-RelayOutput TunnelRelay::serialRead(std::string_view bytes, bool connected)
+RelayOutput TunnelRelay::serialRead(std::string_view bytes, bool connected, long room)
 {
     RelayOutput out;
     out.txLamp = true;
+    room_ = room;
     const std::string data = serialPending_ + std::string(bytes);
     serialPending_.clear();
     std::string_view rest = data;
     while (!rest.empty()) {
-        if (!startsFramedRecord(rest)) {
-            // Anything else is one record up to the end of the read, as the device tool took
-            // every read.
-            out.add(handleRecord(rest, connected));
-            break;
-        }
-        if (rest.size() < kRecordSize) {
+        if (rest.front() != kRecordStart) {
+            // Bytes that start no record are one, up to where the next one starts.
+            const std::size_t end = std::min(rest.find(kRecordStart), rest.size());
+            out.add(handleRecord(rest.substr(0, end), connected));
+            rest.remove_prefix(end);
+        } else if (rest.size() < kRecordSize) {
             serialPending_ = std::string(rest);
             out.waiting = true;
             break;
+        } else {
+            out.add(handleRecord(rest.substr(0, kRecordSize), connected));
+            rest.remove_prefix(kRecordSize);
         }
-        out.add(handleRecord(rest.substr(0, kRecordSize), connected));
-        rest.remove_prefix(kRecordSize);
     }
     return out;
 }
 
-RelayOutput TunnelRelay::serialWaitOver(bool connected)
+RelayOutput TunnelRelay::serialWaitOver(bool connected, long room)
 {
+    room_ = room;
     const std::string record = std::move(serialPending_);
     serialPending_.clear();
     return record.empty() ? RelayOutput{} : handleRecord(record, connected);
@@ -84,14 +88,24 @@ RelayOutput TunnelRelay::handleRecord(std::string_view record, bool connected)
     // The four tests are independent, as the device tool made them.
     if (b1 == std::uint8_t(kRecordStart) && b2 == std::uint8_t(kFrame)) {
         const std::string_view body = record.substr(2, kBodySize);
-        if (connected) {
-            out.toServer.push_back(std::string(kTag) + std::string(body));
-            out.file.push_back("TX TO SERVER:" + raw);
-            ++counts_.relayed;
-        } else {
+        if (!connected) {
             out.file.push_back("NO TX:" + raw);
             out.view.push_back(HexBytesBlank(reinterpret_cast<const std::uint8_t*>(body.data()), body.size()));
             ++counts_.refused;
+        } else if (room_ <= 0) {
+            // The server takes nothing for long: the frame is lost, and said once a stretch.
+            if (!dropping_) {
+                out.view.push_back("RECEIVE-BUFFER OVERUN");
+                out.file.push_back("RECEIVE-BUFFER OVERUN");
+            }
+            dropping_ = true;
+            ++counts_.lost;
+        } else {
+            out.toServer.push_back(std::string(kTag) + std::string(body));
+            out.file.push_back("TX TO SERVER:" + raw);
+            ++counts_.relayed;
+            --room_;
+            dropping_ = false;
         }
     }
     if (b1 == std::uint8_t(kRecordStart) && b2 == std::uint8_t(kChecksumError)) {
@@ -112,14 +126,11 @@ RelayOutput TunnelRelay::handleRecord(std::string_view record, bool connected)
     return out;
 }
 
-RelayOutput TunnelRelay::overrun(Overrun kind)
+void TunnelRelay::toDevice(RelayOutput& out, std::string body, bool loopback)
 {
-    RelayOutput out;
-    const char* line = kind == Overrun::Receive ? "RECEIVE-BUFFER OVERUN" : "TRANSMIT-BUFFER OVERUN";
-    out.view.push_back(line);
-    out.file.push_back(line);
-    ++counts_.lost;
-    return out;
+    if (loopback)
+        out.toServer.push_back(std::string(kTag) + body);
+    out.toDevice.push_back(std::move(body));
 }
 
 RelayOutput TunnelRelay::serverChunk(std::string_view bytes, bool loopback)
@@ -128,7 +139,6 @@ RelayOutput TunnelRelay::serverChunk(std::string_view bytes, bool loopback)
     out.rxLamp = true;
     const std::string data = serverPending_ + std::string(bytes);
     serverPending_.clear();
-    std::string bodies;
     std::size_t pos = 0;
     for (;;) {
         const std::size_t tag = data.find(kTag, pos);
@@ -147,18 +157,38 @@ RelayOutput TunnelRelay::serverChunk(std::string_view bytes, bool loopback)
             serverPending_ = data.substr(tag);
             break;
         }
-        const std::string body = data.substr(start, kBodySize);
-        bodies += body;
-        out.file.push_back("RX FROM SERVER:" + body);
-        if (loopback)
-            out.toServer.push_back(std::string(kTag) + body);
-        ++counts_.toDevice;
+        toDevice(out, data.substr(start, kBodySize), loopback);
         pos = start + kBodySize;
     }
     // One 0x7D per chunk before its bodies; a chunk that only started a message sends nothing
     // yet, so the 0x7D comes with the body.
-    if (!bodies.empty() || serverPending_.empty())
-        out.toDevice = kRecordStart + bodies;
+    out.deviceStart = !out.toDevice.empty() || serverPending_.empty();
+    out.serverWaiting = !serverPending_.empty();
+    return out;
+}
+
+RelayOutput TunnelRelay::serverWaitOver(bool loopback)
+{
+    RelayOutput out;
+    const std::string pending = std::move(serverPending_);
+    serverPending_.clear();
+    // A message cut short goes out with what it has; the first letters of a tag are no message.
+    if (pending.size() >= kTag.size()) {
+        out.deviceStart = true;
+        toDevice(out, pending.substr(kTag.size()), loopback);
+    }
+    return out;
+}
+
+RelayOutput TunnelRelay::discarded(long bodies)
+{
+    RelayOutput out;
+    if (bodies <= 0)
+        return out;
+    counts_.lost += bodies;
+    const std::string line = "NICHT ZUM GER\xC4T: " + std::to_string(bodies) + " Frames verworfen";
+    out.view.push_back(line);
+    out.file.push_back(line);
     return out;
 }
 
@@ -166,12 +196,17 @@ void TunnelRelay::reset()
 {
     serialPending_.clear();
     serverPending_.clear();
+    dropping_ = false;
 }
 
 int TunnelRelay::recordWaitMs(int baud)
 {
-    const double bitsPerSecond = baud > 0 ? baud : 9600;
-    return int(std::ceil(kRecordSize * 10 * 1000.0 / bitsPerSecond)) + 2;
+    return lineTimeMs(kRecordSize, baud) + 2;
+}
+
+int TunnelRelay::messageWaitMs(int baud)
+{
+    return lineTimeMs(kMessageSize, baud) + 20;
 }
 
 } // namespace veltro

@@ -1,7 +1,10 @@
 // The tunnel relay without ports or sockets: device reads and server chunks in, device writes,
 // server sends and log lines out.
 #include "remote/tunnel_relay.h"
+#include "remote/tunnel_log.h"
 
+#include <QFile>
+#include <QTemporaryDir>
 #include <QTest>
 
 #include <string>
@@ -21,12 +24,23 @@ std::string body(char first)
 }
 std::string frame(const std::string& b) { return "}x" + b; }
 std::string sendError(std::uint8_t code) { return "}\xC8" + std::string(14, '\0') + char(code); }
+const std::string checksumError = "}\xF0" + std::string(15, '\0');
+
+// What the device gets from one output: the 0x7D, then the bodies.
+std::string deviceBytes(const RelayOutput& out)
+{
+    std::string bytes = out.deviceStart ? "}" : "";
+    for (const std::string& b : out.toDevice)
+        bytes += b;
+    return bytes;
+}
 } // namespace
 
 class TestTunnelRelay : public QObject {
     Q_OBJECT
 private slots:
-    // One device read, connected or not: what goes to the server, the view and the file.
+    // One device read: what goes to the server, the view and the file, with the server link
+    // up, down, or full after `room` messages.
     void deviceRecords()
     {
         const std::string a = body('a'), high = std::string(15, char(0xE4));
@@ -34,69 +48,73 @@ private slots:
             const char* name;
             std::string read;
             bool connected;
+            long room;
             Strings toServer, view, file;
+            long lost;
         };
+        const long any = TunnelRelay::kNoLimit;
         const std::vector<Row> rows = {
-            {"frame, connected", frame(a), true, {"CAN" + a}, {}, {"TX TO SERVER:" + frame(a)}},
-            {"frame, not connected", frame(a), false, {}, {"61 62 63 64 65 66 67 68 69 6A 6B 6C 6D 6E 6F"}, {"NO TX:" + frame(a)}},
-            {"bytes above 0x7F stay one byte", frame(high), true, {"CAN" + high}, {}, {"TX TO SERVER:" + frame(high)}},
-            {"two frames in one read", frame(a) + frame(high), true, {"CAN" + a, "CAN" + high}, {},
-             {"TX TO SERVER:" + frame(a), "TX TO SERVER:" + frame(high)}},
-            {"checksum error", "}\xF0", true, {}, {"CKS-ERROR"}, {"CKS-ERROR"}},
-            {"send error", sendError(42), true, {}, {"CAN TX-ERROR CLIENT: 42"}, {"CAN TX-ERROR42"}},
-            {"send error code above 127", sendError(200), false, {}, {"CAN TX-ERROR CLIENT: 200"}, {"CAN TX-ERROR200"}},
-            {"frame then send error", frame(a) + sendError(7), true, {"CAN" + a}, {"CAN TX-ERROR CLIENT: 7"},
-             {"TX TO SERVER:" + frame(a), "CAN TX-ERROR7"}},
-            {"frame then a checksum error", frame(a) + "}\xF0", true, {"CAN" + a}, {"CKS-ERROR"},
-             {"TX TO SERVER:" + frame(a), "CKS-ERROR"}},
-            // The command-error rule needs both first bytes to differ from "}" and "x".
-            {"command error", "AT\r", true, {}, {"COMMAND-ERROR: AT\r"}, {"COMMAND-ERROR:AT\r"}},
-            {"x second is no command error", "Ax12", true, {}, {}, {}},
-            {"} first with anything is none", "}A12", true, {}, {}, {}},
-            {"a lone byte is one", "A", true, {}, {"COMMAND-ERROR: A"}, {"COMMAND-ERROR:A"}},
-            {"frame then garbage", frame(a) + "ZZ", true, {"CAN" + a}, {"COMMAND-ERROR: ZZ"},
-             {"TX TO SERVER:" + frame(a), "COMMAND-ERROR:ZZ"}},
+            {"frame, connected", frame(a), true, any, {"CAN" + a}, {}, {"TX TO SERVER:" + frame(a)}, 0},
+            {"frame, not connected", frame(a), false, any, {}, {"61 62 63 64 65 66 67 68 69 6A 6B 6C 6D 6E 6F"}, {"NO TX:" + frame(a)}, 0},
+            {"two frames in one read, bytes above 0x7F", frame(a) + frame(high), true, any, {"CAN" + a, "CAN" + high}, {},
+             {"TX TO SERVER:" + frame(a), "TX TO SERVER:" + frame(high)}, 0},
+            {"send error code above 127, then a frame", sendError(200) + frame(a), false, any, {},
+             {"CAN TX-ERROR CLIENT: 200", "61 62 63 64 65 66 67 68 69 6A 6B 6C 6D 6E 6F"}, {"CAN TX-ERROR200", "NO TX:" + frame(a)}, 0},
+            // The checksum-error record is 17 bytes like the others: the frame behind it is relayed.
+            {"checksum error, then a frame", checksumError + frame(a), true, any, {"CAN" + a}, {"CKS-ERROR"},
+             {"CKS-ERROR", "TX TO SERVER:" + frame(a)}, 0},
+            // The command-error rule needs both first bytes to differ from "}" and "x"; bytes
+            // that start no record end where the next record starts.
+            {"command error", "AT\r", true, any, {}, {"COMMAND-ERROR: AT\r"}, {"COMMAND-ERROR:AT\r"}, 0},
+            {"x second is no command error", "Ax12", true, any, {}, {}, {}, 0},
+            {"noise, then a frame", "ZZ" + frame(a), true, any, {"CAN" + a}, {"COMMAND-ERROR: ZZ"},
+             {"COMMAND-ERROR:ZZ", "TX TO SERVER:" + frame(a)}, 0},
+            // A server link that takes nothing more: the frames are lost, said once, and
+            // neither logged nor counted as relayed.
+            {"server full after one", frame(a) + frame(high) + frame(a), true, 1, {"CAN" + a}, {"RECEIVE-BUFFER OVERUN"},
+             {"TX TO SERVER:" + frame(a), "RECEIVE-BUFFER OVERUN"}, 2},
         };
         for (const Row& row : rows) {
             TunnelRelay relay;
-            const RelayOutput out = relay.serialRead(row.read, row.connected);
+            const RelayOutput out = relay.serialRead(row.read, row.connected, row.room);
             QVERIFY2(out.toServer == row.toServer, row.name);
             QVERIFY2(out.view == row.view, row.name);
             QVERIFY2(out.file == row.file, row.name);
             QVERIFY2(out.toDevice.empty() && out.txLamp && !out.waiting, row.name);
+            QVERIFY2(relay.counts().lost == row.lost, row.name);
+            QVERIFY2(relay.counts().relayed == long(row.toServer.size()), row.name);
         }
     }
 
     // A record cut by the end of a read waits for its rest; when the wait ends first it is
-    // relayed with the bytes it has.
+    // handled with the bytes it has.
     void cutRecords()
     {
         const std::string a = body('a');
         TunnelRelay relay;
         RelayOutput out = relay.serialRead(frame(a).substr(0, 9), true);
         QVERIFY(out.waiting && out.toServer.empty());
-        out = relay.serialRead(frame(a).substr(9) + frame(a).substr(0, 1), true);
+        out = relay.serialRead(frame(a).substr(9) + checksumError.substr(0, 1), true);
         QCOMPARE(out.toServer, Strings{"CAN" + a});
         QVERIFY(out.waiting); // the lone "}" may begin the next record
-        out = relay.serialWaitOver(true);
-        QVERIFY(out.toServer.empty() && out.view.empty());
+        out = relay.serialRead(checksumError.substr(1), true);
+        QCOMPARE(out.view, Strings{"CKS-ERROR"});
 
         relay.serialRead("}x123", true);
-        out = relay.serialWaitOver(true);
-        QCOMPARE(out.toServer, Strings{"CAN123"});
+        QCOMPARE(relay.serialWaitOver(true).toServer, Strings{"CAN123"});
         relay.serialRead(sendError(9).substr(0, 10), true);
-        out = relay.serialWaitOver(false);
-        QCOMPARE(out.view, Strings{"CAN TX-ERROR CLIENT: 0"});
+        QCOMPARE(relay.serialWaitOver(false).view, Strings{"CAN TX-ERROR CLIENT: 0"});
         QVERIFY(relay.serialWaitOver(true).file.empty());
         QCOMPARE(relay.counts().relayed, 2L);
 
         QCOMPARE(TunnelRelay::recordWaitMs(921600), 3);
-        QCOMPARE(TunnelRelay::recordWaitMs(115200), 4);
         QCOMPARE(TunnelRelay::recordWaitMs(9600), 20);
+        QCOMPARE(TunnelRelay::messageWaitMs(115200), 22);
     }
 
     // Server chunks: one 0x7D before the bodies each chunk completes, bodies whole whatever
-    // bytes they hold, messages joined across chunks, loopback in order.
+    // bytes they hold, messages joined across chunks, a message whose rest stays away handled
+    // as it stands ("wait" between chunks), loopback in order.
     void serverChunks()
     {
         const std::string a = body('a'), b = body('0');
@@ -108,42 +126,61 @@ private slots:
             Strings toDevice, toServer;
         };
         const std::vector<Row> rows = {
-            {"one message", {"CAN" + a}, false, {"}" + a}, {}},
             {"two in one chunk", {"CAN" + a + "CAN" + b}, false, {"}" + a + b}, {}},
             {"no CAN at all", {"hello"}, false, {"}"}, {}},
-            {"bytes before the message skipped", {"junk" + std::string("CAN") + a}, false, {"}" + a}, {}},
+            {"bytes before the message skipped", {"junkCAN" + a}, false, {"}" + a}, {}},
             {"a body holding CAN stays whole", {"CAN" + withCan + "CAN" + a}, false, {"}" + withCan + a}, {}},
-            {"split after the tag", {"CAN" + a.substr(0, 4), a.substr(4)}, false, {"", "}" + a}, {}},
             {"split inside the tag", {"junkCA", "N" + a}, false, {"", "}" + a}, {}},
             {"split message, then one whole", {"CAN" + a.substr(0, 14), a.substr(14) + "CAN" + b}, false, {"", "}" + a + b}, {}},
+            {"short message, its rest never comes", {"CAN12345", "wait", "CAN" + a}, false, {"", "}12345", "}" + a}, {}},
+            {"first letters of a tag, then silence", {"xxCA", "wait", "CAN" + a}, false, {"", "", "}" + a}, {}},
             {"loopback in order", {"CAN" + a + "CAN" + b}, true, {"}" + a + b}, {"CAN" + a, "CAN" + b}},
         };
         for (const Row& row : rows) {
             TunnelRelay relay;
-            Strings toDevice, toServer, file;
+            Strings toDevice, toServer;
             for (const std::string& chunk : row.chunks) {
-                RelayOutput out = relay.serverChunk(chunk, row.loopback);
-                QVERIFY2(out.rxLamp && out.view.empty(), row.name);
-                toDevice.push_back(out.toDevice);
+                RelayOutput out = chunk == "wait" ? relay.serverWaitOver(row.loopback) : relay.serverChunk(chunk, row.loopback);
+                QVERIFY2(out.view.empty() && out.file.empty(), row.name);
+                toDevice.push_back(deviceBytes(out));
                 toServer.insert(toServer.end(), out.toServer.begin(), out.toServer.end());
-                file.insert(file.end(), out.file.begin(), out.file.end());
             }
             QVERIFY2(toDevice == row.toDevice, row.name);
             QVERIFY2(toServer == row.toServer, row.name);
-            QCOMPARE(long(file.size()), relay.counts().toDevice);
         }
+        // Bodies count once the port took them; those it never took are lost and said.
         TunnelRelay relay;
-        QCOMPARE(relay.serverChunk("CAN" + a, false).file, Strings{"RX FROM SERVER:" + a});
+        relay.delivered(3);
+        QCOMPARE(relay.discarded(2).file, Strings{"NICHT ZUM GER\xC4T: 2 Frames verworfen"});
+        QVERIFY(relay.discarded(0).file.empty());
+        QCOMPARE(relay.counts().toDevice, 3L);
+        QCOMPARE(relay.counts().lost, 2L);
     }
 
-    void overruns()
+    // CAN_LOG.txt past its limit becomes CAN_LOG.1.txt (one older file kept), and the new file
+    // starts with a line that says so; nothing is written before a flush or close.
+    void logRotation()
     {
-        TunnelRelay relay;
-        QCOMPARE(relay.overrun(TunnelRelay::Overrun::Receive).file, Strings{"RECEIVE-BUFFER OVERUN"});
-        QCOMPARE(relay.overrun(TunnelRelay::Overrun::Transmit).view, Strings{"TRANSMIT-BUFFER OVERUN"});
-        relay.serialRead(frame(body('a')), false);
-        QCOMPARE(relay.counts().lost, 2L);
-        QCOMPARE(relay.counts().refused, 1L);
+        QTemporaryDir dir;
+        const QString path = dir.path() + "/CAN_LOG.txt";
+        TunnelLog log(200);
+        QVERIFY(log.open(path));
+        const QByteArray line(38, 'a'); // 40 bytes with CR LF
+        for (int i = 0; i < 4; ++i)
+            log.write(line);
+        QCOMPARE(QFile(path).size(), 0);
+        log.flush();
+        QCOMPARE(QFile(path).size(), 160);
+        log.write(line + "!");
+        log.close();
+        QFile older(TunnelLog::olderPath(path)), newer(path);
+        QVERIFY(older.open(QIODevice::ReadOnly) && newer.open(QIODevice::ReadOnly));
+        QCOMPARE(older.size(), 160);
+        const QList<QByteArray> lines = newer.readAll().split('\n');
+        QVERIFY(lines.first().startsWith("++CAN_LOG.txt voll"));
+        QVERIFY(lines.first().endsWith("CAN_LOG.1.txt\r"));
+        QCOMPARE(lines.at(1), line + "!\r");
+        QCOMPARE(TunnelLog::olderPath("/x/CAN_LOG.txt"), QString("/x/CAN_LOG.1.txt"));
     }
 };
 

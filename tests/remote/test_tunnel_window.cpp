@@ -30,6 +30,7 @@
 #include <chrono>
 #include <memory>
 #include <thread>
+#include <vector>
 
 using namespace veltro;
 using namespace veltro::test;
@@ -107,26 +108,36 @@ private slots:
         QTest::addColumn<QString>("id");
         QTest::addColumn<QByteArray>("record"); // "-": none on the server
         QTest::addColumn<QStringList>("lines");
-        QTest::addColumn<bool>("connectable");
-        const QString closed = "++TCP/IP-CONNECTION CLOSED!";
+        QTest::addColumn<int>("baud"); // 0: not connectable
+        const QString closed = "++TCP/IP-CONNECTION CLOSED!", found = "++CONNECTIONDATA FOUND!";
         QTest::newRow("found") << "1A2B3C4D" << QByteArray("10,1,2,3,4711,115200,1\r\n")
-                               << QStringList{closed, "++CONNECTIONDATA FOUND!", "++BAUDRATE: 115200"} << true;
+                               << QStringList{closed, found, "++BAUDRATE: 115200"} << 115200;
+        QTest::newRow("empty baud keeps the port's 38400") << "1A2B3C4D" << QByteArray("10,1,2,3,4711,,1")
+                                                           << QStringList{closed, found, "++BAUDRATE: 38400"} << 38400;
         QTest::newRow("ID of 7 characters") << "1A2B3C4" << QByteArray("10,1,2,3,4711,115200,1")
-                                            << QStringList{"++CONNECT-ID TO SHORT"} << false;
+                                            << QStringList{"++CONNECT-ID TO SHORT"} << 0;
         QTest::newRow("missing record") << "1A2B3C4D" << QByteArray("-")
-                                        << QStringList{closed, "++NO CONNECTIONDATA FOUND!"} << false;
+                                        << QStringList{closed, "++NO CONNECTIONDATA FOUND!"} << 0;
         QTest::newRow("six fields") << "1A2B3C4D" << QByteArray("10,1,2,3,4711,115200")
-                                    << QStringList{closed, "++CONNECTIONDATA FEHLERHAFT: 6 von 7 Feldern"} << false;
+                                    << QStringList{closed, "++CONNECTIONDATA FEHLERHAFT: 6 von 7 Feldern"} << 0;
         QTest::newRow("port not a number") << "1A2B3C4D" << QByteArray("10,1,2,3,port,115200,0")
                                            << QStringList{closed, "++CONNECTIONDATA FEHLERHAFT: Feld 5 ist keine Zahl: \"port\""}
-                                           << false;
+                                           << 0;
+        const QString unusable = "++CONNECTIONDATA FEHLERHAFT: Baudrate %1 ist nicht nutzbar (50 bis 4000000)";
+        QTest::newRow("baud 0") << "1A2B3C4D" << QByteArray("10,1,2,3,4711,0,1") << QStringList{closed, unusable.arg(0)} << 0;
+        QTest::newRow("baud 1") << "1A2B3C4D" << QByteArray("10,1,2,3,4711,1,1") << QStringList{closed, unusable.arg(1)} << 0;
+        QTest::newRow("baud above 4 M") << "1A2B3C4D" << QByteArray("10,1,2,3,4711,999999999,1")
+                                        << QStringList{closed, unusable.arg(999999999)} << 0;
+        QTest::newRow("negative baud") << "1A2B3C4D" << QByteArray("10,1,2,3,4711,-9600,1")
+                                       << QStringList{closed, "++CONNECTIONDATA FEHLERHAFT: Feld 6 ist keine Zahl: \"-9600\""} << 0;
     }
     void query()
     {
         QFETCH(QString, id);
         QFETCH(QByteArray, record);
         QFETCH(QStringList, lines);
-        QFETCH(bool, connectable);
+        QFETCH(int, baud);
+        const bool connectable = baud > 0;
         Device device;
         Tunnel t(record == "-" ? nullptr : &record, id);
         QCOMPARE(logLines(*t.form), lines);
@@ -136,7 +147,7 @@ private slots:
         if (connectable) {
             QCOMPARE(t.form->host->text(), QString("10.1.2.3"));
             QCOMPARE(t.form->tcpport->text(), QString("4711"));
-            QCOMPARE(t.form->baud(), 115200);
+            QCOMPARE(t.form->baud(), baud);
             QVERIFY(t.form->loopbacktest->isChecked());
         }
     }
@@ -169,17 +180,16 @@ private slots:
         QTRY_COMPARE(serverGot(), "CAN" + a + "CAN" + b + "CAN123");
         QTRY_VERIFY(!f.tx1->isVisible());
 
-        // Server -> device: one 0x7D per chunk, a body holding "CAN" whole, a message split
-        // over two chunks joined.
+        // Server -> device: one 0x7D per chunk, a body holding "CAN" whole; a message whose
+        // rest stays away goes out as it stands and does not swallow the next one.
         const QByteArray withCan = "xxCANyyyyyyyyyy";
         peer->write("CAN" + withCan + "CAN" + a);
         QTRY_COMPARE(device.read(), "}" + withCan + a);
         peer->write("CAN" + b.left(6));
         QTRY_VERIFY(f.rx1->isVisible());
-        QTest::qWait(50);
-        QCOMPARE(device.read(), "}" + withCan + a);
-        peer->write(b.mid(6));
-        QTRY_COMPARE(device.read(), "}" + withCan + a + "}" + b);
+        QTRY_COMPARE(device.read(), "}" + withCan + a + "}" + b.left(6));
+        peer->write("CAN" + a);
+        QTRY_COMPARE(device.read(), "}" + withCan + a + "}" + b.left(6) + "}" + a);
 
         // Loopback: the bodies come back to the server in order.
         atServer.clear();
@@ -187,12 +197,15 @@ private slots:
         peer->write("CAN" + a + "CAN" + b);
         QTRY_COMPARE(serverGot(), "CAN" + a + "CAN" + b);
 
-        // The device's error records show in the log view.
-        device.write("}\xF0");
+        // The device's error records show in the log view; they are 17 bytes like a frame, so
+        // a frame in the same read still goes to the server.
+        atServer.clear();
+        device.write("}\xF0" + QByteArray(15, '\0') + "}x" + a);
         QTRY_VERIFY(logLines(f).contains("CKS-ERROR"));
+        QTRY_COMPARE(serverGot(), "CAN" + a);
         device.write("}\xC8" + QByteArray(14, '\0') + char(42));
         QTRY_VERIFY(logLines(f).contains("CAN TX-ERROR CLIENT: 42"));
-        QTRY_VERIFY(f.counts->text().startsWith("Zum Server: 3 "));
+        QTRY_COMPARE(f.counts->text(), QString("Zum Server: 4   Nicht gesendet: 0   Zum Gerät: 6   Verloren: 0"));
 
         // The server closes: the tunnel disconnects itself and closes its log.
         peer->close();
@@ -204,35 +217,39 @@ private slots:
         const QByteArray file = readFile(t.folder.path() + "/CAN_LOG.txt");
         QVERIFY(file.startsWith("++TRY TO CONNECT TO SERVER...\r\n++CONNECTED TO SERVER!\r\n"));
         for (const QByteArray& line : {"TX TO SERVER:}x" + a, "TX TO SERVER:}x" + b, QByteArray("TX TO SERVER:}x123"),
-                                       "RX FROM SERVER:" + withCan, QByteArray("CKS-ERROR"), QByteArray("CAN TX-ERROR42")})
+                                       "RX FROM SERVER:" + withCan, "RX FROM SERVER:" + b.left(6), QByteArray("CKS-ERROR"),
+                                       QByteArray("CAN TX-ERROR42")})
             QVERIFY2(file.contains(line + "\r\n"), line.constData());
         QVERIFY(file.endsWith("++REMOTE HOST CLOSED CONNECTION!\r\n"));
         // Nothing more is written to the closed log.
-        device.write("}\xF0");
+        device.write("}\xF0" + QByteArray(15, '\0'));
         QTest::qWait(100);
         QCOMPARE(logLines(f).count("CKS-ERROR"), 1); // the port is closed, too
         QCOMPARE(readFile(t.folder.path() + "/CAN_LOG.txt"), file);
     }
 
-    // The virtual controller as the CAN interface at the record's 115200 baud: a burst of its
-    // frames (some holding "CAN", each ending in bytes that look like a record start) reaches
-    // the server byte for byte, and server messages split across chunks reach it as bodies.
+    // The virtual controller as the CAN interface, taking bytes at its line's pace (921,600
+    // baud): a burst of its frames (some holding "CAN") reaches the server byte for byte; a
+    // server that sends far more at once than the line carries gets every message to the
+    // controller, whole and in order, counted and logged exactly once; pulling the controller
+    // out ends the tunnel, the server's connection included.
     void virtualController()
     {
         sim::VirtualController c;
         c.start();
         c.setTunnelMode(true);
+        c.setPacedInput(true);
         qputenv("VELTRO_SYSTEM_PORTS", "0");
         qputenv("VELTRO_PORTS", QByteArray("7=") + c.path().c_str());
         QTcpServer server;
         QVERIFY(server.listen(QHostAddress::LocalHost, 0));
-        const QByteArray record = "127,0,0,1," + QByteArray::number(server.serverPort()) + ",115200,0";
+        const QByteArray record = "127,0,0,1," + QByteArray::number(server.serverPort()) + ",921600,0";
         Tunnel t(&record);
-        QTest::mouseClick(t.form->command1, Qt::LeftButton);
+        Form3& f = *t.form;
+        QTest::mouseClick(f.command1, Qt::LeftButton);
         QTRY_VERIFY(server.hasPendingConnections());
         std::unique_ptr<QTcpSocket> peer(server.nextPendingConnection());
-        QTRY_COMPARE(t.form->laststatus->text(), QString("7"));
-        QTRY_COMPARE(c.lineBaud(), 115200u);
+        QTRY_COMPARE(f.laststatus->text(), QString("7"));
 
         c.tunnelBurst(20);
         QTRY_COMPARE(c.tunnelSentBodies().size(), std::size_t(20));
@@ -242,18 +259,26 @@ private slots:
         QVERIFY(expected.count("CAN") > 20);
         QTRY_COMPARE(atServer += peer->readAll(), expected);
 
+        const int flood = 5000; // 90 KB: a second of line time, far more than the port's buffers
         QByteArray messages;
-        for (std::uint32_t k : {100u, 101u, 102u}) {
-            const sim::Bytes b = sim::VirtualController::tunnelFrameBody(k);
-            messages += "CAN" + QByteArray(reinterpret_cast<const char*>(b.data()), qsizetype(b.size()));
+        std::vector<sim::Bytes> bodies;
+        for (int k = 0; k < flood; ++k) {
+            bodies.push_back(sim::VirtualController::tunnelFrameBody(std::uint32_t(1000 + k)));
+            messages += "CAN" + QByteArray(reinterpret_cast<const char*>(bodies.back().data()), qsizetype(bodies.back().size()));
         }
-        peer->write(messages.left(25));
-        QTRY_COMPARE(c.tunnelBodies().size(), std::size_t(1));
-        peer->write(messages.mid(25));
-        QTRY_COMPARE(c.tunnelBodies().size(), std::size_t(3));
-        QCOMPARE(c.tunnelBodies().at(2), sim::VirtualController::tunnelFrameBody(102));
-        QCOMPARE(c.tunnelPackets(), 2);
-        QCOMPARE(c.tunnelStrayBytes(), std::size_t(0));
+        peer->write(messages);
+        QTRY_COMPARE_WITH_TIMEOUT(c.tunnelBodies().size(), std::size_t(flood), 60000);
+        QVERIFY(c.tunnelBodies() == bodies);
+        QTRY_COMPARE(f.counts->text(), QString("Zum Server: 20   Nicht gesendet: 0   Zum Gerät: %1   Verloren: 0").arg(flood));
+
+        c.unplug();
+        QTRY_VERIFY(f.command1->isEnabled());
+        QVERIFY(!f.Command3->isEnabled());
+        QVERIFY(logLines(f).contains("++COMPORT: Verbindung zum Controller unterbrochen!"));
+        QTRY_COMPARE(peer->state(), QAbstractSocket::UnconnectedState);
+        const QByteArray file = readFile(t.folder.path() + "/CAN_LOG.txt");
+        QCOMPARE(file.count("\r\nRX FROM SERVER:"), flood);
+        QCOMPARE(file.count("\r\nTX TO SERVER:"), 20);
     }
 
     // A tunnel server that refuses: the error line, then the tunnel disconnects itself.

@@ -245,6 +245,7 @@ void MainWindow::buildControls()
     });
     connect(remote_, &RemoteSession::forDevice, terminalPort_, &TerminalPort::fromServer);
     connect(terminalPort_, &TerminalPort::output, remote_, &RemoteSession::deviceOutput);
+    connect(terminalPort_, &TerminalPort::serverHold, Winsock1, &TcpClient::holdReading);
     laststatus = label("500", telnet, "laststatus");
     laststatus->setVisible(false);
 

@@ -15,6 +15,7 @@ RemoteSession::RemoteSession(QObject* parent) : QObject(parent), socket_(new Tcp
 void RemoteSession::start(const std::string& serial, std::function<std::string()> mailImage)
 {
     socket_->close();
+    dropped_ = 0;
     mailImage_ = std::move(mailImage);
     fetching_ = true;
     const std::string url = endpoints::webHttpRoot() + remoteRecordPath(serial);
@@ -73,8 +74,21 @@ void RemoteSession::serverData(const QByteArray& data)
 
 void RemoteSession::deviceOutput(const QByteArray& data)
 {
-    if (socket_->state() == 7)
-        socket_->send(data);
+    if (socket_->state() != 7)
+        return;
+    // The controller cannot be held back: its output waits for a server that does not read
+    // up to a bound, then is dropped, said once with what it cost.
+    if (socket_->queued() > kMaxServerQueue) {
+        if (dropped_ == 0)
+            emit line("++SERVER LIEST NICHT MIT: Ausgaben des Controllers werden verworfen");
+        dropped_ += data.size();
+        return;
+    }
+    if (dropped_ > 0) {
+        emit line("++SERVER LIEST WIEDER: " + std::to_string(dropped_) + " Bytes verworfen");
+        dropped_ = 0;
+    }
+    socket_->send(data);
 }
 
 } // namespace veltro

@@ -33,6 +33,8 @@ public:
     void serverData(const QByteArray& data);
     // What the device printed, for the server while connected.
     void deviceOutput(const QByteArray& data);
+    // Device output waiting for the server beyond this many bytes is dropped.
+    static constexpr qint64 kMaxServerQueue = 1024 * 1024;
 
 signals:
     void line(const std::string& text);
@@ -45,6 +47,7 @@ private:
 
     TcpClient* socket_;
     bool fetching_ = false;
+    qint64 dropped_ = 0; // device output dropped since the server stopped reading
     std::function<std::string()> mailImage_;
     JobRunner jobs_;
 };

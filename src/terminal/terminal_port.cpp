@@ -2,30 +2,57 @@
 
 #include "platform/qt_serial_link.h"
 #include "platform/serial_link.h"
+#include "platform/serial_writer.h"
 #include "terminal/terminal_view.h"
 
 #include <QSerialPort>
 
 namespace veltro {
 
+namespace {
+constexpr int kBaud = 921600;
+}
+
 TerminalPort::TerminalPort(TerminalView& view, QObject* parent)
-    : QObject(parent), view_(view), port_(new QSerialPort(this))
+    : QObject(parent), view_(view), port_(new QSerialPort(this)), writer_(new SerialWriter(port_))
 {
     port_->setObjectName("MSComm3");
     connect(port_, &QSerialPort::readyRead, this, &TerminalPort::readyRead);
     connect(port_, &QSerialPort::errorOccurred, this, [this](QSerialPort::SerialPortError error) {
-        // A port that goes away (adapter pulled) reports once and is closed, no flood.
-        if (port_->isOpen() && isFatalPortError(error)) {
-            close();
-            view_.append(std::string("\r\n++TERMINAL: ") + kLinkLostText + "\r\n");
-        }
+        if (port_->isOpen() && isFatalPortError(error))
+            lost();
     });
+    connect(writer_, &SerialWriter::progressed, this, &TerminalPort::updateHold);
+}
+
+void TerminalPort::lost()
+{
+    // A port that goes away (adapter pulled) reports once and is closed, no flood.
+    close();
+    view_.append(std::string("\r\n++TERMINAL: ") + kLinkLostText + "\r\n");
+}
+
+void TerminalPort::newServer()
+{
+    serverDropShown_ = false;
+    // A new socket reads freely: hold it again if the line is still busy.
+    holding_ = false;
+    updateHold();
+}
+
+void TerminalPort::updateHold()
+{
+    const bool hold = port_->isOpen() && writer_->queued() > serialQueueLimit(kBaud);
+    if (hold != holding_) {
+        holding_ = hold;
+        emit serverHold(hold);
+    }
 }
 
 void TerminalPort::open(int number, const std::string& location)
 {
     close();
-    if (const std::string why = openPort(*port_, location, 921600); !why.empty())
+    if (const std::string why = openPort(*port_, location, kBaud); !why.empty())
         view_.append("\r\n++TERMINAL: Com-Port " + std::to_string(number) + " kann nicht geöffnet werden: " + why + "\r\n");
     else
         serverDropShown_ = false;
@@ -33,9 +60,11 @@ void TerminalPort::open(int number, const std::string& location)
 
 void TerminalPort::close()
 {
+    writer_->discard();
     if (port_->isOpen())
         port_->close();
     port_->clearError();
+    updateHold();
 }
 
 void TerminalPort::readyRead()
@@ -54,7 +83,8 @@ void TerminalPort::enter(const LineEntry& entry, const MailRequest& imageMail)
         jobs_.run<std::string>([imageMail] { return sendMail(imageMail); },
                                [this](const std::string& r) { emit imageMailFinished(QString::fromStdString(r)); });
     } else if (port_->isOpen()) {
-        port_->write(entry.bytes.data(), qint64(entry.bytes.size()));
+        if (!writer_->write(QByteArray::fromStdString(entry.bytes)))
+            lost();
     } else {
         view_.append("\r\n++TERMINAL: Com-Port nicht offen\r\n");
     }
@@ -74,8 +104,9 @@ void TerminalPort::report(const std::string& folder, const MailRequest& mail)
 void TerminalPort::fromServer(const QByteArray& data)
 {
     if (port_->isOpen()) {
-        port_->write(data);
-        port_->flush();
+        if (!writer_->write(data))
+            lost();
+        updateHold();
     } else if (!serverDropShown_) {
         // Said once, not for every chunk the server sends.
         serverDropShown_ = true;

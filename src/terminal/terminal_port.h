@@ -15,6 +15,7 @@ class QSerialPort;
 
 namespace veltro {
 
+class SerialWriter;
 class TerminalView;
 
 class TerminalPort : public QObject {
@@ -32,19 +33,26 @@ public:
     // "BERICHT SENDEN": terminal_log.txt in `folder`, then the mail on a worker.
     void report(const std::string& folder, const MailRequest& mail);
     // Data from a remote service's server for the device; newServer() when one connects.
+    // The port takes them at its line's pace: while more than 200 ms of line time waits,
+    // serverHold(true) asks the server's side to stop reading until the line has drained.
     void fromServer(const QByteArray& data);
-    void newServer() { serverDropShown_ = false; }
+    void newServer();
 
 signals:
     void output(const QByteArray& data);  // the device printed this
+    void serverHold(bool hold);
     void imageMailFinished(const QString& result);
     void reportFinished(const QString& result);
 
 private:
     void readyRead();
+    void lost();
+    void updateHold();
 
     TerminalView& view_;
     QSerialPort* port_;
+    SerialWriter* writer_;
+    bool holding_ = false;
     bool serverDropShown_ = false;
     JobRunner jobs_;
 };

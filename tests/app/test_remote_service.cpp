@@ -172,6 +172,33 @@ private slots:
         QVERIFY(w.Command9->isEnabled());
     }
 
+    // A service server that sends far more at once than the controller's line carries: all
+    // of it reaches the controller, in order, at the line's pace; a full port is waited out,
+    // not taken for a lost controller, and the controller's answers still reach the server.
+    void serverFlood()
+    {
+        QTcpServer service;
+        QVERIFY(service.listen(QHostAddress::LocalHost, 0));
+        Served web({{"/CAN/R_1A2B3C4D.dat", recordFor(service, "921600")}});
+        OpenTerminal t;
+        t.c.setPacedInput(true);
+        QVERIFY(t.remote());
+        QTRY_VERIFY(service.hasPendingConnections());
+        std::unique_ptr<QTcpSocket> peer(service.nextPendingConnection());
+        QTRY_COMPARE(t.w.laststatus->text(), QString("7"));
+        const std::size_t before = t.c.received().size();
+        QByteArray text;
+        for (int i = 0; text.size() < 300 * 1024; ++i)
+            text += "LINE " + QByteArray::number(i).rightJustified(8, '0') + QByteArray(45, 'x') + "\r";
+        peer->write(text);
+        QTRY_COMPARE_WITH_TIMEOUT(t.c.received().size() - before, std::size_t(text.size()), 60000);
+        QCOMPARE(bytesOf(t.c.received()).mid(qsizetype(before)), text);
+        QByteArray atServer;
+        QTRY_VERIFY((atServer += peer->readAll()).contains("OK LINE " + QByteArray::number(text.count('\r') - 1).rightJustified(8, '0')));
+        QVERIFY(t.w.MSComm3->isOpen());
+        QVERIFY(!QByteArray::fromStdString(t.w.terminalText().text()).contains("Verbindung zum Controller unterbrochen"));
+    }
+
     // Records that lead nowhere end in the lines a technician can read, and "REMOTE" stays
     // usable.
     void badRecords_data()

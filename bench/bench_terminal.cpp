@@ -3,6 +3,9 @@
 // For each MB: the wall time until the terminal holds it, and the CPU time the window's thread
 // spent in it (reading the port, keeping the text, showing it). The append cost must not grow
 // with the length of the view, and the window must keep up using a small share of one core.
+// Memory: the resident size with the terminal open and idle, its peak over the stream, and the
+// bytes the terminal's text holds; the view keeps only the newest lines, so the peak should stay
+// near what the text itself needs.
 // `bench_terminal MB` streams another amount.
 #include "app/main_window.h"
 #include "terminal_window.h"
@@ -20,6 +23,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <fstream>
+#include <string>
 #include <vector>
 
 using namespace veltro;
@@ -34,6 +39,15 @@ double threadCpuMs()
 double wallMs()
 {
     return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+// A field of /proc/self/status in MB ("VmRSS", "VmHWM": now and the peak so far); -1 without it.
+double statusMb(const std::string& field)
+{
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.rfind(field + ":", 0) == 0)
+            return std::stod(line.substr(field.size() + 1)) / 1024.0; // the figure is in kB
+    return -1;
 }
 } // namespace
 
@@ -51,6 +65,9 @@ int main(int argc, char** argv)
 
     const std::size_t mb = 1 << 20;
     const std::size_t start = w.terminalText().text().size();
+    QTimer::singleShot(500, &app, &QApplication::quit); // the window settles with the terminal open
+    app.exec();
+    const double idleMb = statusMb("VmRSS");
     controller.streamText(std::size_t(megabytes) * mb);
     std::vector<double> wall, cpu;
     double lastWall = wallMs(), lastCpu = threadCpuMs();
@@ -81,5 +98,10 @@ int main(int argc, char** argv)
                 double(megabytes) * mb / (wallSum / 1e3), 100.0 * cpuSum / wallSum);
     std::printf("  last MB / first MB: wall %.2f x, CPU %.2f x (target: <= 1.2 x, under 20 %% of a core)\n",
                 wall.back() / wall.front(), cpu.back() / cpu.front());
+    const double heldMb = double(w.terminalText().text().size()) / mb;
+    const double peakMb = statusMb("VmHWM");
+    std::printf("  RSS idle before the stream %.1f MB, peak %.1f MB, now %.1f MB; the text holds %.1f MB\n", idleMb,
+                peakMb, statusMb("VmRSS"), heldMb);
+    std::printf("  RSS under 2 x bytes held + 60 MB: peak %.1f MB, limit %.1f MB\n", peakMb, 2 * heldMb + 60);
     return 0;
 }

@@ -44,9 +44,9 @@ void TerminalText::append(std::string_view bytes)
     text_.append(bytes);
 }
 
-std::string TerminalText::takeUnshown()
+std::string_view TerminalText::takeUnshown()
 {
-    std::string out = text_.substr(shown_);
+    const std::string_view out = std::string_view(text_).substr(shown_);
     shown_ = text_.size();
     return out;
 }

@@ -13,8 +13,9 @@ public:
     // Device output and the tool's own lines, appended as they stand (no line break added).
     void append(std::string_view bytes);
     const std::string& text() const { return text_; }
-    // What has been appended since the last call: the view shows it in one go.
-    std::string takeUnshown();
+    // What has been appended since the last call: the view shows it in one go. It is the end
+    // of text() itself, not a copy, so it is only good until the next append.
+    std::string_view takeUnshown();
     bool hasUnshown() const { return shown_ < text_.size(); }
 
 private:

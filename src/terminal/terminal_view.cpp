@@ -2,8 +2,11 @@
 
 #include "platform/windows1252.h"
 
+#include <QAbstractTextDocumentLayout>
 #include <QScrollBar>
+#include <QTextBlock>
 #include <QTextCursor>
+#include <QTextDocument>
 #include <QTextEdit>
 #include <QTimer>
 
@@ -18,6 +21,9 @@ TerminalView::TerminalView(QTextEdit* view) : QObject(view), view_(view), flush_
 {
     view_->setReadOnly(true);
     view_->setAcceptRichText(false);
+    // Nothing is ever undone in a read-only box, and an undo history would keep every insert
+    // and every cut line.
+    view_->document()->setUndoRedoEnabled(false);
     // All of the terminal is green: set once here instead of recolouring the text. Bright
     // green on white is hard to read, so the terminal is dark.
     QPalette green = view_->palette();
@@ -48,9 +54,48 @@ void TerminalView::show()
     QTextCursor end(view_->document());
     end.movePosition(QTextCursor::End);
     end.insertText(windows1252ToQString(text_.takeUnshown()));
+    cutOlderLines();
     // Follows the output only while the user has not scrolled back to read.
     if (atBottom)
         bar->setValue(bar->maximum());
+}
+
+// Cuts in steps of kCutStep lines, not a few lines on every update: each cut moves every line
+// the box keeps, which costs about as much as showing a batch of new ones.
+void TerminalView::cutOlderLines()
+{
+    QTextDocument* doc = view_->document();
+    const int note = cut_ ? 1 : 0;
+    const int lines = doc->blockCount() - note;
+    if (lines <= kShownLines + kCutStep)
+        return;
+    const QTextBlock firstKept = doc->findBlockByNumber(note + lines - kShownLines);
+    QAbstractTextDocumentLayout* layout = doc->documentLayout();
+    const qreal topBefore = layout->blockBoundingRect(firstKept).top();
+    QScrollBar* bar = view_->verticalScrollBar();
+    const int readAt = bar->value(); // the cut shortens the bar's range, which may move it
+
+    QTextCursor cut(doc);
+    cut.beginEditBlock();
+    if (!cut_) {
+        cut.insertText(olderOutputNote());
+        cut.insertBlock();
+        cut_ = true;
+    } else {
+        cut.setPosition(doc->firstBlock().next().position());
+    }
+    cut.setPosition(firstKept.position(), QTextCursor::KeepAnchor);
+    cut.removeSelectedText();
+    cut.endEditBlock();
+
+    // Someone reading further up keeps the same lines in front of them.
+    bar->setValue(readAt - qRound(topBefore - layout->blockBoundingRect(firstKept).top()));
+}
+
+QString olderOutputNote()
+{
+    return QString::fromUtf8("... ältere Ausgaben sind hier ausgeblendet, vollständig stehen sie im Bericht "
+                             "(BERICHT SENDEN) ...");
 }
 
 int windowsKeyCode(int qtKey)

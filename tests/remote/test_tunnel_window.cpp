@@ -259,7 +259,7 @@ private slots:
         QVERIFY(expected.count("CAN") > 20);
         QTRY_COMPARE(atServer += peer->readAll(), expected);
 
-        const int flood = 5000; // 90 KB: a second of line time, far more than the port's buffers
+        const int flood = 20000; // 360 KB: four seconds of line time, far more than any buffer on the way
         QByteArray messages;
         std::vector<sim::Bytes> bodies;
         for (int k = 0; k < flood; ++k) {

@@ -1,5 +1,7 @@
 #include "platform/internet.h"
 
+#include "platform/cancel.h"
+#include "platform/curl_perform.h"
 #include "platform/endpoints.h"
 
 #include <curl/curl.h>
@@ -108,11 +110,16 @@ size_t appendToFile(char* data, size_t size, size_t count, void* user) noexcept
     return done;
 }
 
-int reportProgress(void* user, curl_off_t total, curl_off_t received, curl_off_t, curl_off_t) noexcept
+// libcurl's progress function: nonzero ends the transfer.
+int progressOrCancel(void* user, curl_off_t total, curl_off_t received, curl_off_t, curl_off_t) noexcept
 {
-    const auto& progress = *static_cast<const DownloadProgress*>(user);
+    if (transfersCancelled())
+        return 1;
+    const auto* progress = static_cast<const DownloadProgress*>(user);
+    if (!progress || !*progress)
+        return 0;
     try {
-        return progress(std::int64_t(received), std::int64_t(total)) ? 0 : 1;
+        return (*progress)(std::int64_t(received), std::int64_t(total)) ? 0 : 1;
     } catch (...) {
         return 1;
     }
@@ -122,7 +129,6 @@ struct Transfer {
     CURL* curl = nullptr;
     curl_slist* headers = nullptr;
     std::string pem;
-    char errorBuffer[CURL_ERROR_SIZE] = {};
 
     Transfer(const std::string& url, long totalMs)
     {
@@ -143,7 +149,6 @@ struct Transfer {
         // A transfer that trickles below 1 byte/s for 15 s is dead.
         curl_easy_setopt(curl, CURLOPT_LOW_SPEED_LIMIT, 1L);
         curl_easy_setopt(curl, CURLOPT_LOW_SPEED_TIME, 15L);
-        curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, errorBuffer);
         curl_easy_setopt(curl, CURLOPT_USERAGENT, "VELTRO/1.05");
         // Never a cached copy: ask every proxy on the way for a fresh one.
         headers = curl_slist_append(headers, "Cache-Control: no-cache");
@@ -162,11 +167,6 @@ struct Transfer {
     }
     Transfer(const Transfer&) = delete;
     Transfer& operator=(const Transfer&) = delete;
-
-    std::string describe(CURLcode code) const
-    {
-        return errorBuffer[0] ? std::string(errorBuffer) : std::string(curl_easy_strerror(code));
-    }
 };
 
 // A fresh file beside the target, so the final rename stays on one file system.
@@ -187,6 +187,64 @@ std::FILE* openTemporaryBeside(const std::string& path, std::string& tempPath)
     return file;
 }
 } // namespace
+
+CURLcode performTransfer(CURL* curl, const DownloadProgress* progress)
+{
+    curl_easy_setopt(curl, CURLOPT_XFERINFOFUNCTION, progressOrCancel);
+    curl_easy_setopt(curl, CURLOPT_XFERINFODATA, progress);
+    curl_easy_setopt(curl, CURLOPT_NOPROGRESS, 0L);
+    if (transfersCancelled())
+        return CURLE_ABORTED_BY_CALLBACK;
+    return curl_easy_perform(curl);
+}
+
+std::string transferFailureText(int curlCode, long reply, const std::string& server)
+{
+    const std::string code = std::to_string(reply);
+    switch (CURLcode(curlCode)) {
+    case CURLE_OK: return {};
+    case CURLE_ABORTED_BY_CALLBACK: return "abgebrochen";
+    case CURLE_COULDNT_RESOLVE_HOST: return server + " unbekannt (Name nicht auflösbar)";
+    case CURLE_COULDNT_RESOLVE_PROXY: return "Proxy unbekannt (Name nicht auflösbar)";
+    case CURLE_COULDNT_CONNECT: return "keine Verbindung zum " + server;
+    case CURLE_OPERATION_TIMEDOUT: return server + " antwortet nicht (Zeitüberschreitung)";
+    case CURLE_LOGIN_DENIED: return "Anmeldung am " + server + " abgelehnt";
+    case CURLE_REMOTE_ACCESS_DENIED: return "Zugriff vom " + server + " verweigert";
+    case CURLE_PEER_FAILED_VERIFICATION:
+    case CURLE_SSL_CACERT_BADFILE:
+    case CURLE_SSL_ISSUER_ERROR:
+    case CURLE_SSL_PINNEDPUBKEYNOTMATCH: return "Zertifikat des " + server + "s nicht vertrauenswürdig";
+    case CURLE_SSL_CONNECT_ERROR: return "verschlüsselte Verbindung zum " + server + " gescheitert";
+    case CURLE_USE_SSL_FAILED: return server + " bietet keine Verschlüsselung";
+    case CURLE_HTTP_RETURNED_ERROR:
+        if (reply == 404 || reply == 410)
+            return "Datei nicht auf dem " + server + " gefunden (HTTP " + code + ")";
+        return server + " meldet Fehler (HTTP " + code + ")";
+    case CURLE_SEND_ERROR:
+    case CURLE_WEIRD_SERVER_REPLY:
+        // A mail server that refuses the sender, a recipient or the mail answers 4xx or 5xx;
+        // libcurl reports that as a send error.
+        if (reply == 552)
+            return "Mail zu groß für den " + server + " (Antwort " + code + ")";
+        if (reply >= 400)
+            return server + " lehnt ab (Antwort " + code + ")";
+        if (curlCode == CURLE_WEIRD_SERVER_REPLY)
+            return "unerwartete Antwort vom " + server;
+        return "Verbindung zum " + server + " unterbrochen";
+    case CURLE_RECV_ERROR:
+    case CURLE_GOT_NOTHING:
+    case CURLE_PARTIAL_FILE: return "Verbindung zum " + server + " unterbrochen";
+    case CURLE_FILESIZE_EXCEEDED: return "Datei zu groß";
+    case CURLE_TOO_MANY_REDIRECTS: return "zu viele Weiterleitungen";
+    case CURLE_UNSUPPORTED_PROTOCOL:
+    case CURLE_URL_MALFORMAT: return "Adresse des " + server + "s ungültig";
+    case CURLE_READ_ERROR: return "Datei nicht lesbar";
+    case CURLE_WRITE_ERROR: return "Datei kann nicht geschrieben werden";
+    case CURLE_OUT_OF_MEMORY: return "kein Speicher frei";
+    case CURLE_FAILED_INIT: return "libcurl nicht verfügbar";
+    default: return std::string("Übertragung gescheitert (") + curl_easy_strerror(CURLcode(curlCode)) + ")";
+    }
+}
 
 std::string trustedCaPem()
 {
@@ -216,13 +274,13 @@ FetchResult fetch(const std::string& url, bool errorPages)
     curl_easy_setopt(t.curl, CURLOPT_WRITEFUNCTION, appendToString);
     curl_easy_setopt(t.curl, CURLOPT_WRITEDATA, &sink);
     curl_easy_setopt(t.curl, CURLOPT_MAXFILESIZE_LARGE, curl_off_t(kTextLimit));
-    const CURLcode code = curl_easy_perform(t.curl);
+    const CURLcode code = performTransfer(t.curl);
     curl_easy_getinfo(t.curl, CURLINFO_RESPONSE_CODE, &result.httpStatus);
     result.ok = code == CURLE_OK;
     if (!result.ok) {
         result.error = sink.overLimit || code == CURLE_FILESIZE_EXCEEDED
                            ? "Antwort zu groß (mehr als " + std::to_string(kTextLimit / 1024) + " KiB)"
-                           : t.describe(code);
+                           : transferFailureText(code, result.httpStatus);
         std::string().swap(result.body);
     }
     return result;
@@ -258,12 +316,7 @@ int downloadToFile(const std::string& url, const std::string& path, const Downlo
     curl_easy_setopt(t.curl, CURLOPT_WRITEFUNCTION, appendToFile);
     curl_easy_setopt(t.curl, CURLOPT_WRITEDATA, &sink);
     curl_easy_setopt(t.curl, CURLOPT_MAXFILESIZE_LARGE, curl_off_t(limit));
-    if (progress) {
-        curl_easy_setopt(t.curl, CURLOPT_XFERINFOFUNCTION, reportProgress);
-        curl_easy_setopt(t.curl, CURLOPT_XFERINFODATA, &progress);
-        curl_easy_setopt(t.curl, CURLOPT_NOPROGRESS, 0L);
-    }
-    const CURLcode code = curl_easy_perform(t.curl);
+    const CURLcode code = performTransfer(t.curl, &progress);
     long status = 0;
     curl_easy_getinfo(t.curl, CURLINFO_RESPONSE_CODE, &status);
     if (info) {

@@ -1,7 +1,8 @@
 #pragma once
 // Internet transfers for the update server and the maker's web server, through libcurl.
 // Blocking calls: run them on a worker thread, never on the window's thread. Every transfer
-// asks for a fresh copy (no cache), verifies certificates, and ends by its time-outs.
+// asks for a fresh copy (no cache), verifies certificates, and ends by its time-outs, or soon
+// after transfersCancelled() is set (it then fails as "abgebrochen").
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -12,7 +13,7 @@ namespace veltro {
 struct FetchResult {
     bool ok = false;
     std::string body;
-    std::string error;   // why it failed, for the user
+    std::string error;   // why it failed, in German, for the user
     long httpStatus = 0;
 };
 
@@ -46,6 +47,12 @@ struct DownloadInfo {
 // leaves a half file nor destroys an existing one.
 int downloadToFile(const std::string& url, const std::string& path, const DownloadProgress& progress = {},
                    DownloadInfo* info = nullptr, std::int64_t limit = kDownloadLimit);
+
+// Why a transfer failed, in German, for the user: libcurl's result code and the server's last
+// reply (HTTP status, SMTP reply code), with `server` naming the server ("Server",
+// "Mailserver"). libcurl's own English text appears, in parentheses, only for codes not named
+// here. A transfer given up because the tool closes is "abgebrochen".
+std::string transferFailureText(int curlCode, long reply = 0, const std::string& server = "Server");
 
 // Percent-encodes what may not stand in a URL path segment (blanks, slashes, non-ASCII bytes
 // and the like); letters, digits and "-._~" stay as they are.

@@ -1,5 +1,6 @@
 #include "platform/mail.h"
 
+#include "platform/curl_perform.h"
 #include "platform/internet.h"
 
 #include <QByteArray>
@@ -59,22 +60,24 @@ std::string messageId()
     return text;
 }
 
-std::string reason(CURLcode rc)
+// What is wrong with an address for the SMTP envelope, or nothing. It goes there between
+// angle brackets as one line: a line break would start commands of its own ("RCPT TO:" to
+// anyone), a blank or a bracket would end the address early.
+const char* addressFault(const std::string& address)
 {
-    switch (rc) {
-    case CURLE_COULDNT_RESOLVE_HOST: return "Mailserver unbekannt";
-    case CURLE_COULDNT_CONNECT: return "Mailserver nicht erreichbar";
-    case CURLE_OPERATION_TIMEDOUT: return "Mailserver antwortet nicht";
-    case CURLE_LOGIN_DENIED: return "Anmeldung am Mailserver abgelehnt";
-    case CURLE_READ_ERROR: return "Anhang nicht lesbar";
-    case CURLE_USE_SSL_FAILED: return "Mailserver bietet keine Verschlüsselung";
-    case CURLE_PEER_FAILED_VERIFICATION:
-    case CURLE_SSL_CACERT_BADFILE: return "Zertifikat des Mailservers nicht vertrauenswürdig";
-    case CURLE_SEND_ERROR:
-    case CURLE_RECV_ERROR:
-    case CURLE_GOT_NOTHING: return "Verbindung zum Mailserver unterbrochen";
-    default: return std::string("Fehler beim Senden (") + curl_easy_strerror(rc) + ")";
+    if (address.empty())
+        return "fehlt";
+    for (unsigned char c : address) {
+        if (c == '\r' || c == '\n')
+            return "ungültig (Zeilenumbruch)";
+        if (c < 0x20 || c == 0x7F)
+            return "ungültig (Steuerzeichen)";
+        if (c == ' ')
+            return "ungültig (Leerzeichen)";
+        if (c == '<' || c == '>')
+            return "ungültig (spitze Klammer)";
     }
+    return nullptr;
 }
 
 struct CurlFree {
@@ -100,9 +103,13 @@ std::string send(const std::string& sTo, const std::string& sSubject, const std:
         why = reason;
         return std::string();
     };
+    if (const char* fault = addressFault(sTo))
+        return failed(std::string("Empfängeradresse ") + fault);
+    if (const char* fault = addressFault(sFrom))
+        return failed(std::string("Absenderadresse ") + fault);
     try {
         std::unique_ptr<CURL, CurlFree> curl(curl_easy_init());
-        if (!curl) return failed("keine Verbindung möglich");
+        if (!curl) return failed(transferFailureText(CURLE_FAILED_INIT));
         CURL* c = curl.get();
         const bool implicitTls = bSmtpSSL && iSmtpPort == 465;
         const std::string url =
@@ -126,13 +133,17 @@ std::string send(const std::string& sTo, const std::string& sSubject, const std:
         curl_easy_setopt(c, CURLOPT_CONNECTTIMEOUT_MS, gConnectMs.load());
         curl_easy_setopt(c, CURLOPT_TIMEOUT_MS, gTotalMs.load());
         curl_easy_setopt(c, CURLOPT_NOSIGNAL, 1L);
+        // The connection ends with the mail, under this handle and its progress function: a
+        // kept connection would say QUIT only at clean-up, where nothing can cut short a
+        // server that does not answer (a stalled one would hold it for two minutes).
+        curl_easy_setopt(c, CURLOPT_FORBID_REUSE, 1L);
 
         // libcurl writes only the MIME headers; the rest are ours.
         std::unique_ptr<curl_slist, CurlFree> headers;
         for (const std::string& h : {dateHeader(), "From: " + sFrom, "To: " + sTo, "Subject: " + headerText(sSubject),
                                      messageId()}) {
             curl_slist* next = curl_slist_append(headers.get(), h.c_str());
-            if (!next) return failed("kein Speicher");
+            if (!next) return failed(transferFailureText(CURLE_OUT_OF_MEMORY));
             headers.release();
             headers.reset(next);
         }
@@ -146,18 +157,29 @@ std::string send(const std::string& sTo, const std::string& sSubject, const std:
         if (!attachment.empty()) {
             curl_mimepart* file = curl_mime_addpart(mime.get());
             if (curl_mime_filedata(file, attachment.c_str()) != CURLE_OK)
-                return failed("Anhang nicht lesbar (" + attachment + ")");
+                return failed("Anhang nicht gefunden (" + attachment + ")");
             curl_mime_encoder(file, "base64");
         }
         curl_easy_setopt(c, CURLOPT_MIMEPOST, mime.get());
 
-        const CURLcode rc = curl_easy_perform(c);
-        return rc == CURLE_OK ? std::string(kMailSent) : failed(reason(rc));
+        const CURLcode rc = performTransfer(c);
+        if (rc == CURLE_OK)
+            return kMailSent;
+        if (rc == CURLE_READ_ERROR)
+            return failed("Anhang nicht lesbar (" + attachment + ")");
+        long reply = 0; // the server's last answer: a refused sender, recipient or mail
+        curl_easy_getinfo(c, CURLINFO_RESPONSE_CODE, &reply);
+        return failed(transferFailureText(rc, reply, "Mailserver"));
     } catch (...) {
         return failed("interner Fehler");
     }
 }
 } // namespace
+
+std::string mailFailedLine(const std::string& why)
+{
+    return "++MAIL NICHT GESENDET: " + why;
+}
 
 std::string SendMail(const std::string& sTo, const std::string& sSubject, const std::string& sFrom,
                      const std::string& sBody, const std::string& sSmtpServer, int iSmtpPort,

@@ -3,16 +3,25 @@
 #include "platform/endpoints.h"
 #include "platform/internet.h"
 #include "platform/tcp_client.h"
+#include "platform/windows1252.h"
 #include "remote/remote_service.h"
 
 namespace veltro {
+
+namespace {
+// The tool's German texts in the terminal's code page, like the device's text around them.
+std::string terminalText(const std::string& utf8)
+{
+    return qStringToWindows1252(QString::fromStdString(utf8));
+}
+} // namespace
 
 RemoteSession::RemoteSession(QObject* parent) : QObject(parent), socket_(new TcpClient(this))
 {
     socket_->setObjectName("Winsock1");
 }
 
-void RemoteSession::start(const std::string& serial, std::function<std::string()> mailImage)
+void RemoteSession::start(const std::string& serial, std::function<MailResult()> mailImage)
 {
     socket_->close();
     dropped_ = 0;
@@ -24,7 +33,7 @@ void RemoteSession::start(const std::string& serial, std::function<std::string()
         const RemoteRecord record = reply.ok ? parseRemoteRecord(reply.body) : RemoteRecord{};
         if (!reply.ok) {
             // No reply at all, not even an error page: the web server is not reachable.
-            emit line("++WEBSERVER NICHT ERREICHBAR: " + reply.error);
+            emit line(terminalText("++WEBSERVER NICHT ERREICHBAR: " + reply.error));
         }
         if (!record.found) {
             emit line("++NO CONNECTIONDATA FOUND!");
@@ -59,9 +68,14 @@ void RemoteSession::serverData(const QByteArray& data)
 {
     switch (serverCommand(std::string(data.constData(), std::size_t(data.size())))) {
     case ServerCommand::SendEeprom:
-        // The reply follows the mail, sent or not, so the server finds it in its mailbox.
-        jobs_.run<std::string>(mailImage_ ? mailImage_ : [] { return std::string(); },
-                               [this](const std::string&) { reply(kSendEepromLine); });
+        // The reply follows the mail, sent or not, so the server finds it in its mailbox; the
+        // technician reads below it why it is not there.
+        jobs_.run<MailResult>(mailImage_ ? mailImage_ : [] { return MailResult{}; },
+                              [this](const MailResult& r) {
+                                  reply(kSendEepromLine);
+                                  if (!r.sent())
+                                      emit line(terminalText(mailFailedLine(r.why)));
+                              });
         return;
     case ServerCommand::GetEeprom:
         reply(kGetEepromLine);

@@ -3,6 +3,7 @@
 // worker, the connect, the state poll's lines, and the server's data (its two commands answered
 // here, everything else handed on for the device). Progress comes out as "++" lines.
 #include "platform/job_runner.h"
+#include "platform/mail.h"
 
 #include <QByteArray>
 #include <QObject>
@@ -25,11 +26,12 @@ public:
 
     // Closes the socket, fetches the record of `serial` and, when there is one, connects.
     // `mailImage` sends the controller's image to the support mailbox when the server asks.
-    void start(const std::string& serial, std::function<std::string()> mailImage);
+    void start(const std::string& serial, std::function<MailResult()> mailImage);
     // The state poll against the last state shown: the new state, its line emitted.
     std::optional<int> poll(const std::string& laststatus);
-    // Data from the server. "SENDEEPROM" runs the image mail on a worker and replies after it,
-    // "GETEEPROM" is acknowledged, anything else comes back through forDevice().
+    // Data from the server. "SENDEEPROM" runs the image mail on a worker and replies after it
+    // (a mail that failed adds a line with its reason), "GETEEPROM" is acknowledged, anything
+    // else comes back through forDevice().
     void serverData(const QByteArray& data);
     // What the device printed, for the server while connected.
     void deviceOutput(const QByteArray& data);
@@ -48,7 +50,7 @@ private:
     TcpClient* socket_;
     bool fetching_ = false;
     qint64 dropped_ = 0; // device output dropped since the server stopped reading
-    std::function<std::string()> mailImage_;
+    std::function<MailResult()> mailImage_;
     JobRunner jobs_;
 };
 

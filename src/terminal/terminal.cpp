@@ -83,9 +83,11 @@ MailRequest imageMail(const std::string& serial, const std::string& folder)
     return supportMail("EEPROM DOWNLOAD VELTRO S/N:" + serial, folder + "/" + serial + ".eep");
 }
 
-std::string sendMail(const MailRequest& m)
+MailResult sendMail(const MailRequest& m)
 {
-    return SendMail(m.to, m.subject, m.from, m.body, m.server, m.port, m.user, m.password, m.file, m.ssl);
+    MailResult r;
+    r.text = SendMail(m.to, m.subject, m.from, m.body, m.server, m.port, m.user, m.password, m.file, m.ssl, &r.why);
+    return r;
 }
 
 bool writeTerminalLog(const std::string& folder, const std::string& text)

@@ -3,6 +3,8 @@
 // (Windows-1252), bare CR included: a Qt text document turns every CR into a paragraph break
 // and gives it back as LF, so the report, the mail and the tests read this text, and the
 // window is only a view of it.
+#include "platform/mail.h"
+
 #include <string>
 #include <string_view>
 
@@ -53,8 +55,8 @@ struct MailRequest {
 MailRequest reportMail(const std::string& serial, const std::string& folder);
 // "EEPROM DOWNLOAD VELTRO S/N:" + serial with folder/serial.eep.
 MailRequest imageMail(const std::string& serial, const std::string& folder);
-// SendMail with the request: "DATEI ERFOLGREICH GESENDET!" or empty. Blocking.
-std::string sendMail(const MailRequest& mail);
+// SendMail with the request: "DATEI ERFOLGREICH GESENDET!", or empty with the reason. Blocking.
+MailResult sendMail(const MailRequest& mail);
 
 // terminal_log.txt in `folder`, rewritten with the terminal's text + CR LF. False when it
 // cannot be written.

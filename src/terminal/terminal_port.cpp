@@ -3,6 +3,7 @@
 #include "platform/qt_serial_link.h"
 #include "platform/serial_link.h"
 #include "platform/serial_writer.h"
+#include "platform/windows1252.h"
 #include "terminal/terminal_view.h"
 
 #include <QSerialPort>
@@ -11,7 +12,13 @@ namespace veltro {
 
 namespace {
 constexpr int kBaud = 921600;
+
+// A failed mail's line with its reason, in the terminal's code page like the device's text.
+std::string mailFailedText(const MailResult& r)
+{
+    return qStringToWindows1252(QString::fromStdString(mailFailedLine(r.why)));
 }
+} // namespace
 
 TerminalPort::TerminalPort(TerminalView& view, QObject* parent)
     : QObject(parent), view_(view), port_(new QSerialPort(this)), writer_(new SerialWriter(port_))
@@ -80,8 +87,11 @@ void TerminalPort::enter(const LineEntry& entry, const MailRequest& imageMail)
 {
     if (entry.mailImage) {
         view_.append(kImageMailLine);
-        jobs_.run<std::string>([imageMail] { return sendMail(imageMail); },
-                               [this](const std::string& r) { emit imageMailFinished(QString::fromStdString(r)); });
+        jobs_.run<MailResult>([imageMail] { return sendMail(imageMail); }, [this](const MailResult& r) {
+            if (!r.sent())
+                view_.appendLine(mailFailedText(r));
+            emit imageMailFinished(QString::fromStdString(r.text));
+        });
     } else if (port_->isOpen()) {
         if (!writer_->write(QByteArray::fromStdString(entry.bytes)))
             lost();
@@ -95,9 +105,10 @@ void TerminalPort::report(const std::string& folder, const MailRequest& mail)
     const bool saved = writeTerminalLog(folder, view_.text().text());
     view_.append(saved ? "\rDATEI GESPEICHERT!\r" : "\rDATEI KONNTE NICHT GESPEICHERT WERDEN!\r");
     view_.append("\rDATEI SENDEN...\r");
-    jobs_.run<std::string>([mail] { return sendMail(mail); }, [this](const std::string& r) {
-        view_.append("\r" + r + "\r");
-        emit reportFinished(QString::fromStdString(r));
+    jobs_.run<MailResult>([mail] { return sendMail(mail); }, [this](const MailResult& r) {
+        // A failed mail's reason stands where the success text would.
+        view_.append("\r" + (r.sent() ? r.text : mailFailedText(r)) + "\r");
+        emit reportFinished(QString::fromStdString(r.text));
     });
 }
 

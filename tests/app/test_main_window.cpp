@@ -2,6 +2,7 @@
 #include "editor/demo_catalogue.h"
 #include "editor/form2.h"
 #include "platform/mail.h"
+#include "platform/windows1252.h"
 #include "flash/transfer.h"
 #include "local_http_server.h"
 #include "local_smtp_server.h"
@@ -490,8 +491,8 @@ private slots:
     }
 
     // The terminal on the controller's port: opening lines, typed lines as the controller gets
-    // them, its output kept byte for byte, the report mail, closing. (The image mail typed as
-    // SENDEEPROM is checked by test_terminal.)
+    // them, its output kept byte for byte, the report mail, closing; failed mails say why.
+    // (Which typed lines mail the image is checked by test_terminal.)
     void terminalRoad()
     {
         LocalSmtpServer smtp;
@@ -550,12 +551,27 @@ private slots:
         QVERIFY(report["authenticated"].toBool());
         QCOMPARE(QByteArray::fromBase64(report["attachments"].toArray().at(0).toObject().value("data").toString().toLatin1()), log);
 
-        // A mail server that is down: the file is still written, the result line is empty.
+        // A mail server that is down: the file is still written, the reason stands where the
+        // success text would.
         qputenv("VELTRO_SMTP", "127.0.0.1:9");
         QTest::mouseClick(w.Command3, Qt::LeftButton);
         QVERIFY(reported.wait(20000));
         QCOMPARE(reported.last().at(0).toString(), QString());
-        QVERIFY(QByteArray::fromStdString(w.terminalText().text()).endsWith("\rDATEI SENDEN...\r\r\r"));
+        QVERIFY(QByteArray::fromStdString(w.terminalText().text())
+                    .endsWith("\rDATEI SENDEN...\r\r++MAIL NICHT GESENDET: keine Verbindung zum Mailserver\r"));
+
+        // The image mail to a mailbox that would add commands to the envelope: refused, and the
+        // reason shown below its line, in the terminal's code page.
+        qputenv("VELTRO_SUPPORT_MAIL", "support@veltro.example\r\nRCPT TO:<evil@veltro.example>");
+        QSignalSpy imageMailed(&w, &MainWindow::imageMailFinished);
+        QTest::keyClicks(w.telnetsendbox, "SENDEEPROM");
+        QTest::keyClick(w.telnetsendbox, Qt::Key_Return);
+        QVERIFY(imageMailed.wait(20000));
+        QCOMPARE(imageMailed.last().at(0).toString(), QString());
+        const QString refused = "++MAIL NICHT GESENDET: Empfängeradresse ungültig (Zeilenumbruch)";
+        const std::string shown = qStringToWindows1252("\r\n++SEND DEVICE EEPROM TO SERVER...\r\n" + refused);
+        QVERIFY(QByteArray::fromStdString(w.terminalText().text()).endsWith(QByteArray::fromStdString(shown)));
+        QTRY_VERIFY(w.terminal->toPlainText().endsWith(refused));
 
         // BEENDEN closes the port: another program can have it now.
         QTest::mouseClick(w.Command2, Qt::LeftButton);

@@ -1,3 +1,4 @@
+#include "platform/cancel.h"
 #include "platform/mail.h"
 
 #include "local_smtp_server.h"
@@ -7,12 +8,17 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <chrono>
+#include <future>
+#include <thread>
+
 using namespace veltro;
 using namespace veltro::test;
 
 namespace {
 const QString kUser = "w519e27c";
 const QString kPassword = "Hr5nWqa8LpteUy2KmbXo";
+const QString kMailbox = "support@veltro.example";
 } // namespace
 
 // Mails against a real SMTP server. FILE stands for the attachment the row writes.
@@ -35,7 +41,8 @@ private slots:
         QTest::addColumn<QByteArray>("file");   // written to FILE unless null
         QTest::addColumn<QString>("path");      // sFilePath
         QTest::addColumn<QString>("password");
-        QTest::addColumn<QString>("where");     // "smtp", "tls", "tls untrusted", "silent" or "closed"
+        QTest::addColumn<QString>("where");     // "smtp", "tls", "tls untrusted", "closed", or a failing server
+        QTest::addColumn<QString>("mailbox");   // recipient and sender, as the tool mails
         QTest::addColumn<QString>("why");       // empty: sent; else the start of the reason
         QByteArray image(1026, '\0');
         for (int i = 0; i < image.size(); ++i)
@@ -44,21 +51,37 @@ private slots:
         for (int i = 0; log.size() < 70 * 1024; ++i)
             log += "Zeile " + QByteArray::number(i) + (i % 3 ? "\r\n" : "\r") + (i % 5 ? "" : "\n");
         const QString sent;
-        QTest::newRow("binary image") << image << "FILE" << kPassword << "smtp" << sent;
-        QTest::newRow("log over 64 KiB with bare CR and LF") << log << "FILE" << kPassword << "smtp" << sent;
-        QTest::newRow("empty log") << QByteArray("") << "FILE" << kPassword << "smtp" << sent;
-        QTest::newRow("STARTTLS with the trusted test CA") << image << "FILE" << kPassword << "tls" << sent;
-        QTest::newRow("STARTTLS, certificate not trusted") << image << "FILE" << kPassword << "tls untrusted"
+        QTest::newRow("binary image") << image << "FILE" << kPassword << "smtp" << kMailbox << sent;
+        QTest::newRow("log over 64 KiB with bare CR and LF") << log << "FILE" << kPassword << "smtp" << kMailbox << sent;
+        QTest::newRow("empty log") << QByteArray("") << "FILE" << kPassword << "smtp" << kMailbox << sent;
+        QTest::newRow("STARTTLS with the trusted test CA") << image << "FILE" << kPassword << "tls" << kMailbox << sent;
+        QTest::newRow("STARTTLS, certificate not trusted") << image << "FILE" << kPassword << "tls untrusted" << kMailbox
                                                             << "Zertifikat des Mailservers nicht vertrauenswürdig";
-        QTest::newRow("blank path: no attachment") << QByteArray() << "   " << kPassword << "smtp" << sent;
-        QTest::newRow("missing attachment") << QByteArray() << "FILE" << kPassword << "smtp"
-                                            << "Anhang nicht lesbar";
-        QTest::newRow("wrong password") << image << "FILE" << "falsch" << "smtp"
+        QTest::newRow("blank path: no attachment") << QByteArray() << "   " << kPassword << "smtp" << kMailbox << sent;
+        QTest::newRow("missing attachment") << QByteArray() << "FILE" << kPassword << "smtp" << kMailbox
+                                            << "Anhang nicht gefunden (";
+        QTest::newRow("wrong password") << image << "FILE" << "falsch" << "smtp" << kMailbox
                                         << "Anmeldung am Mailserver abgelehnt";
-        QTest::newRow("server down") << image << "FILE" << kPassword << "closed"
-                                     << "Mailserver nicht erreichbar";
-        QTest::newRow("server never answers") << image << "FILE" << kPassword << "silent"
-                                              << "Mailserver antwortet nicht";
+        QTest::newRow("server down") << image << "FILE" << kPassword << "closed" << kMailbox
+                                     << "keine Verbindung zum Mailserver";
+        QTest::newRow("server never answers") << image << "FILE" << kPassword << "silent" << kMailbox
+                                              << "Mailserver antwortet nicht (Zeitüberschreitung)";
+        QTest::newRow("server drops the connection after the login") << image << "FILE" << kPassword << "drop"
+                                                                      << kMailbox
+                                                                      << "Verbindung zum Mailserver unterbrochen";
+        // Ended by cancelAllTransfers() from another thread once the server holds the mail;
+        // its own time-out is set to a minute for this row.
+        QTest::newRow("server never confirms the mail, tool closes") << image << "FILE" << kPassword << "stall"
+                                                                      << kMailbox << "abgebrochen";
+        // Refused before any connection: in the envelope these would end the address or add
+        // commands ("RCPT TO:<evil@...>").
+        QTest::newRow("mailbox with CR LF") << image << "FILE" << kPassword << "smtp"
+                                            << kMailbox + "\r\nRCPT TO:<evil@veltro.example>"
+                                            << "Empfängeradresse ungültig (Zeilenumbruch)";
+        QTest::newRow("mailbox with a blank") << image << "FILE" << kPassword << "smtp" << "support @veltro.example"
+                                              << "Empfängeradresse ungültig (Leerzeichen)";
+        QTest::newRow("mailbox with a bracket") << image << "FILE" << kPassword << "smtp" << "evil@veltro.example>"
+                                                << "Empfängeradresse ungültig (spitze Klammer)";
     }
     void send()
     {
@@ -66,6 +89,7 @@ private slots:
         QFETCH(QString, path);
         QFETCH(QString, password);
         QFETCH(QString, where);
+        QFETCH(QString, mailbox);
         QFETCH(QString, why);
         const QString attachment = dir.path() + "/" + QTest::currentDataTag()[0] + "_1A2B3C4D.eep";
         QFile::remove(attachment);
@@ -73,23 +97,41 @@ private slots:
             QVERIFY(writeFile(attachment, file));
         const bool tls = where.startsWith("tls");
         const LocalSmtpServer& to = tls ? tlsServer : server;
-        const int port = where == "silent" ? server.silentPort() : where == "closed" ? 9 : to.port();
+        const int port = where == "closed" ? 9 : tls ? to.port() : to.port(where);
         if (where == "tls")
             qputenv("VELTRO_CA_FILE", tlsServer.caFile().toUtf8());
         const qsizetype before = to.messages().size();
+        const bool stall = where == "stall";
+        std::thread closing;
+        if (stall) {
+            setMailTimeouts(2000, 60000);
+            closing = std::thread([&to, before] {
+                for (int i = 0; i < 1000 && to.messages().size() == before; ++i)
+                    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+                cancelAllTransfers();
+            });
+        }
 
         std::string reason;
-        const std::string got =
-            SendMail("support@veltro.example", "Nachricht VELTRO S/N:1A2B3C4D", "support@veltro.example",
-                     "Datenlog anbei", "127.0.0.1", port, kUser.toStdString(), password.toStdString(),
-                     (path == "FILE" ? attachment : path).toStdString(), false, &reason);
+        auto mail = std::async(std::launch::async, [&] {
+            return SendMail(mailbox.toStdString(), "Nachricht VELTRO S/N:1A2B3C4D", mailbox.toStdString(),
+                            "Datenlog anbei", "127.0.0.1", port, kUser.toStdString(), password.toStdString(),
+                            (path == "FILE" ? attachment : path).toStdString(), false, &reason);
+        });
+        const bool ended = mail.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+        const std::string got = mail.get();
+        if (closing.joinable())
+            closing.join();
+        resetTransferCancel();
+        setMailTimeouts(2000, 10000);
         qunsetenv("VELTRO_CA_FILE");
+        QVERIFY(ended);
         QCOMPARE(QString::fromStdString(got), why.isEmpty() ? QString(kMailSent) : QString());
         QVERIFY2(QString::fromStdString(reason).startsWith(why), reason.c_str());
 
         const QList<QJsonObject> mails = to.messages();
         if (!why.isEmpty()) {
-            QCOMPARE(mails.size(), before);
+            QCOMPARE(mails.size(), before + (stall ? 1 : 0)); // the stalling server logs what it never confirms
             return;
         }
         QCOMPARE(mails.size(), before + 1);

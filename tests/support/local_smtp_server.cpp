@@ -16,10 +16,11 @@ bool LocalSmtpServer::start(const QString& user, const QString& password, bool s
             return false;
         args << caFile() << dir_.path() + "/server.key";
     }
-    const QJsonObject ports = startFixture(process_, "smtp_server.py", args);
-    port_ = ports.value("smtp").toInt();
-    silentPort_ = ports.value("silent").toInt();
-    return port_ > 0 && silentPort_ > 0;
+    ports_ = startFixture(process_, "smtp_server.py", args);
+    for (const char* kind : {"smtp", "silent", "drop", "stall"})
+        if (port(kind) <= 0)
+            return false;
+    return true;
 }
 
 QList<QJsonObject> LocalSmtpServer::messages() const

@@ -1,6 +1,8 @@
 #pragma once
 // A real SMTP server on 127.0.0.1 (see smtp_server.py) taking AUTH LOGIN for one account,
-// STARTTLS if asked for, and a port that accepts and never answers. The servers end with this object.
+// STARTTLS if asked for, and beside it servers that fail on purpose: one that accepts and never
+// answers, one that drops the connection after the login, one that never confirms a mail. The
+// servers end with this object.
 #include <QJsonObject>
 #include <QList>
 #include <QProcess>
@@ -18,16 +20,15 @@ public:
     // With `starttls` the server offers STARTTLS with a certificate made for this run.
     bool start(const QString& user, const QString& password, bool starttls = false);
     QString caFile() const { return dir_.path() + "/ca.pem"; }
-    int port() const { return port_; }
-    int silentPort() const { return silentPort_; }
+    // The port of `kind`: "smtp" (the working server), "silent", "drop" or "stall".
+    int port(const QString& kind = "smtp") const { return ports_.value(kind).toInt(); }
     // Every mail received so far, as smtp_server.py logs it.
     QList<QJsonObject> messages() const;
 
 private:
     QTemporaryDir dir_;
     QProcess process_;
-    int port_ = 0;
-    int silentPort_ = 0;
+    QJsonObject ports_;
 };
 
 } // namespace veltro::test

@@ -3,8 +3,11 @@
 
 Usage: smtp_server.py USER PASSWORD LOGFILE [CERT KEY]
 
-Prints {"smtp": port, "silent": port} once listening: "smtp" speaks SMTP with AUTH LOGIN for
-USER/PASSWORD on a plain connection; "silent" accepts connections and never says a word. With CERT and KEY the server offers STARTTLS.
+Prints {"smtp": port, "silent": port, "drop": port, "stall": port} once listening: "smtp"
+speaks SMTP with AUTH LOGIN for USER/PASSWORD on a plain connection; "silent" accepts
+connections and never says a word; "drop" takes the login and closes the connection at the
+sender's address; "stall" takes the whole mail, logs it and never answers its end. With CERT
+and KEY the servers offer STARTTLS.
 Each message is one JSON line in LOGFILE: authenticated, login, from, to, subject, date and
 message_id present, body, attachments [{filename, data (base64)}]. Ends when stdin closes.
 """
@@ -35,6 +38,17 @@ def authenticator(server, session, envelope, mechanism, auth_data):
 
 
 class Handler:
+    def __init__(self, mode="smtp"):
+        self.mode = mode
+
+    async def handle_MAIL(self, server, session, envelope, address, mail_options):
+        if self.mode == "drop":
+            server.transport.close()
+            await asyncio.sleep(3600)  # cancelled as the connection goes
+        envelope.mail_from = address
+        envelope.mail_options.extend(mail_options)
+        return "250 OK"
+
     async def handle_DATA(self, server, session, envelope):
         msg = email.message_from_bytes(envelope.content, policy=email.policy.default)
         body, attachments = "", []
@@ -57,6 +71,8 @@ class Handler:
         }
         with open(LOG, "a") as log:
             log.write(json.dumps(entry) + "\n")
+        if self.mode == "stall":
+            await asyncio.sleep(3600)  # until the client gives up
         return "250 OK"
 
 
@@ -67,12 +83,15 @@ async def silent(reader, writer):
 
 async def main():
     loop = asyncio.get_running_loop()
-    smtp = await loop.create_server(
-        lambda: SMTP(Handler(), authenticator=authenticator, auth_require_tls=False, tls_context=TLS,
-                     require_starttls=False), "127.0.0.1", 0)
+    ports = {}
+    for mode in ("smtp", "drop", "stall"):
+        server = await loop.create_server(
+            lambda mode=mode: SMTP(Handler(mode), authenticator=authenticator, auth_require_tls=False,
+                                   tls_context=TLS, require_starttls=False), "127.0.0.1", 0)
+        ports[mode] = server.sockets[0].getsockname()[1]
     quiet = await asyncio.start_server(silent, "127.0.0.1", 0)
-    print(json.dumps({"smtp": smtp.sockets[0].getsockname()[1],
-                      "silent": quiet.sockets[0].getsockname()[1]}), flush=True)
+    ports["silent"] = quiet.sockets[0].getsockname()[1]
+    print(json.dumps(ports), flush=True)
     await loop.run_in_executor(None, sys.stdin.read)
 
 

@@ -1,10 +1,14 @@
 #include "app/demo.h"
 #include "app/main_window.h"
 #include "app/translations.h"
+#include "platform/cancel.h"
+#include "platform/job_runner.h"
 
 #include <QApplication>
 #include <QFont>
 
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 
@@ -26,10 +30,21 @@ int main(int argc, char** argv)
     if (demo)
         demoSetup = std::make_unique<veltro::DemoSetup>();
 
-    veltro::MainWindow window;
+    auto window = std::make_unique<veltro::MainWindow>();
     if (demoSetup)
-        demoSetup->attach(window);
-    window.show();
-    window.Form_Load();
-    return app.exec();
+        demoSetup->attach(*window);
+    window->show();
+    window->Form_Load();
+    const int rc = app.exec();
+    // Closing never waits for a server: transfers still running give up, the windows wait a
+    // moment at most for their workers, and a worker that could not end by then (a server
+    // silent until libcurl next looks) ends with the process, without cleaning up under it.
+    veltro::cancelAllTransfers();
+    window.reset();
+    demoSetup.reset();
+    if (veltro::JobRunner::abandoned() > 0) {
+        std::fflush(nullptr);
+        std::_Exit(rc);
+    }
+    return rc;
 }

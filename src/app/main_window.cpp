@@ -11,6 +11,7 @@
 #include "editor/codec.h"
 #include "remote/form3.h"
 #include "flash/jobs.h"
+#include "platform/cancel.h"
 #include "platform/port_numbering.h"
 #include "platform/program_folder.h"
 #include "platform/endpoints.h"
@@ -89,6 +90,8 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent)
 {
     setWindowTitle("MARDEKO VELTRO V1.05");
     dialogs = std::make_shared<WindowDialogs>(this);
+    // A main window is a new session of the tool: transfers run until it closes.
+    resetTransferCancel();
     buildControls();
 }
 
@@ -235,6 +238,9 @@ void MainWindow::buildControls()
     connect(remote_, &RemoteSession::recordHandled, this, [this](bool found) {
         if (found) {
             terminalPort_->newServer();
+            // Each connect is compared afresh: its first poll says the state it finds, even
+            // the same as the last attempt's (a second refused connect), and "REMOTE" comes back.
+            laststatus->setText("500");
             Timer4->start();
         } else {
             Command9->setEnabled(true);
@@ -780,6 +786,11 @@ void MainWindow::closeEvent(QCloseEvent* event)
         event->ignore();
         return;
     }
+    // The tool ends: transfers still running give up at once, and a worker that was about to
+    // ask something gets no answer instead of waiting for a window that is going.
+    cancelAllTransfers();
+    if (auto* windowDialogs = dynamic_cast<WindowDialogs*>(dialogs.get()))
+        windowDialogs->windowClosing();
     QMainWindow::closeEvent(event);
 }
 

@@ -12,6 +12,8 @@ template <typename F>
 auto WindowDialogs::onWindowThread(F&& f) -> decltype(f())
 {
     using R = decltype(f());
+    if (closing_ || !parent_)
+        return R{};
     if (QThread::currentThread() == qApp->thread())
         return f();
     R result{};

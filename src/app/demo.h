@@ -1,9 +1,11 @@
 #pragma once
 // `veltro --demo`: a virtual controller on a pseudo-terminal, put on a free port number, and a
-// demo program folder, so the tool can be tried without hardware. For the CAN-bus tunnel it
-// also serves the connection records on 127.0.0.1 (unless VELTRO_WEB_HTTP names a server) and
-// runs a tunnel server there that sends every frame back; while the tunnel window is open the
-// controller is the CAN interface and reports a frame every half second.
+// demo program folder, so the tool can be tried without hardware. It also serves the connection
+// records on 127.0.0.1 (unless VELTRO_WEB_HTTP names a server) and runs the servers they name
+// there: for "REMOTE" a service server that greets the controller, asks for its image and for
+// its version and serial number once, and then only listens; for the CAN-bus tunnel a server
+// that sends every frame back. While the tunnel window is open the controller is the CAN
+// interface and reports a frame every half second.
 #include <memory>
 #include <string>
 

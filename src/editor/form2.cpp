@@ -5,6 +5,8 @@
 
 #include <algorithm>
 
+#include <QAccessible>
+#include <QAccessibleWidget>
 #include <QCheckBox>
 #include <QCloseEvent>
 #include <QComboBox>
@@ -73,6 +75,16 @@ protected:
     }
 };
 
+// Qt gives a plain QWidget its generic accessible interface, role Client, even when it is a
+// window of its own; on the Linux accessibility bus that is a "filler", which a screen reader
+// does not announce. The editor is a window, so it says so; its name stays its title.
+QAccessibleInterface* editorWindowInterface(const QString& className, QObject* object)
+{
+    if (className != QLatin1String(Form2::staticMetaObject.className()) || !object->isWidgetType())
+        return nullptr;
+    return new QAccessibleWidget(static_cast<QWidget*>(object), QAccessible::Window);
+}
+
 QStringList toQt(const std::vector<std::string>& texts)
 {
     QStringList out;
@@ -88,6 +100,8 @@ Form2::Form2(std::string folder, EditorLink link, std::shared_ptr<Dialogs> dialo
       decimalSeparator(systemDecimalSeparator()),
       folder_(std::move(folder)), link_(std::move(link)), dialogs_(std::move(dialogs))
 {
+    // First: Qt keeps the first interface it makes for the window, and the steps below may make one.
+    QAccessible::installFactory(editorWindowInterface);
     setObjectName("Form2");
     setWindowTitle("VELTRO KONFIGURATION");
     setAttribute(Qt::WA_DeleteOnClose, false);

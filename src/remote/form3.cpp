@@ -6,6 +6,8 @@
 #include "remote/remote_service.h"
 #include "remote/tunnel_link.h"
 
+#include <QAccessible>
+#include <QAccessibleWidget>
 #include <QCheckBox>
 #include <QCloseEvent>
 #include <QComboBox>
@@ -42,6 +44,15 @@ QFrame* lamp(QWidget* parent, const char* name)
     return f;
 }
 
+// A plain QWidget is role Client to assistive technology even as a window of its own (a
+// "filler" on the Linux accessibility bus, not announced); the tunnel window says it is one.
+QAccessibleInterface* tunnelWindowInterface(const QString& className, QObject* object)
+{
+    if (className != QLatin1String(Form3::staticMetaObject.className()) || !object->isWidgetType())
+        return nullptr;
+    return new QAccessibleWidget(static_cast<QWidget*>(object), QAccessible::Window);
+}
+
 QTimer* timer(int ms, QObject* parent, const char* name, bool singleShot)
 {
     auto* t = new QTimer(parent);
@@ -54,6 +65,7 @@ QTimer* timer(int ms, QObject* parent, const char* name, bool singleShot)
 
 Form3::Form3(std::string folder, QWidget* parent) : QWidget(parent, Qt::Window), folder_(std::move(folder))
 {
+    QAccessible::installFactory(tunnelWindowInterface); // first: Qt keeps the first interface it makes
     setObjectName("Form3");
     setWindowTitle("CAN-BUS TUNNEL");
     auto named = [](auto* w, const char* name) {

@@ -1,5 +1,5 @@
-// The demo end to end as far as the configuration editor: connect to the demo's controller,
-// keep its image under the serial number, and open it against the demo program folder.
+// The demo end to end: connect to the demo's controller, keep its image under the serial
+// number and open it against the demo program folder; the tunnel and REMOTE on its servers.
 #include "app/demo.h"
 #include "device/identify.h"
 #include "editor/codec.h"
@@ -18,6 +18,7 @@
 
 #include <QTest>
 
+#include <algorithm>
 #include <memory>
 
 using namespace veltro;
@@ -87,8 +88,10 @@ private slots:
     }
 
     // The tunnel without hardware: the demo's record and echo server, the controller reporting
-    // frames while the window is open; its frames come back to it.
-    void tunnelRoad()
+    // frames while the window is open; its frames come back to it. Then REMOTE from the
+    // terminal: the demo's service server greets the controller, asks for the image (answered
+    // by the tool) and for version and serial number, once each, and sends nothing back.
+    void serversRoad()
     {
         Window win;
         MainWindow& w = win.w;
@@ -106,6 +109,22 @@ private slots:
         // The controller answers requests again.
         win.connectNow();
         QCOMPARE(w.statusText(), QString("CHECKSUMME OK - VERBUNDEN!"));
+
+        QTest::mouseClick(w.Command1, Qt::LeftButton);
+        QTest::mouseClick(w.Command9, Qt::LeftButton);
+        const auto text = [&w] { return QByteArray::fromStdString(w.terminalText().text()); };
+        const QByteArray request = "++DOWNLOAD DEVICE EEPROM...";
+        const auto afterRequest = [&] { return text().mid(std::max(text().indexOf(request), qsizetype(0))); };
+        QTRY_VERIFY_WITH_TIMEOUT(text().contains("++CONNECTED TO SERVER!") && text().contains(request) &&
+                                     afterRequest().contains("SERIAL " + QByteArray::fromStdString(serial_) + "\r\n"),
+                                 20000);
+        const QByteArray shown = text();
+        QVERIFY(shown.indexOf("\r\nOK DEMO-SERVICE: verbunden\r\n") >= 0);
+        QVERIFY(shown.indexOf("\r\nOK DEMO-SERVICE: verbunden\r\n") < shown.indexOf(request));
+        QVERIFY(afterRequest().contains("\r\nFIRMWARE "));
+        QCOMPARE(shown.count(request), 1);
+        QCOMPARE(shown.count("OK "), 1); // nothing the controller printed went back to it
+        QCOMPARE(w.laststatus->text(), QString("7"));
     }
 };
 

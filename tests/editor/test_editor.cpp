@@ -1,9 +1,11 @@
 #include "editor/codec.h"
 #include "editor/editor_logic.h"
+#include "editor/form2.h"
 #include "util/runtime_error.h"
 
 #include "test_files.h"
 
+#include <QAccessible>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -286,7 +288,18 @@ private slots:
             QCOMPARE((QList<int>{quint8(b[128]), quint8(b[136]), quint8(b[154])}), bytes);
         }
     }
+
+    // The editor is a window to a screen reader (not a bare pane), named by its caption, made as
+    // the main window makes it.
+    void windowForScreenReaders()
+    {
+        Form2 form({}, {}, nullptr);
+        form.show();
+        QAccessibleInterface* window = QAccessible::queryAccessibleInterface(&form);
+        QCOMPARE(window->role(), QAccessible::Window);
+        QCOMPARE(window->text(QAccessible::Name), QString("VELTRO KONFIGURATION"));
+    }
 };
 
-QTEST_APPLESS_MAIN(TestEditor)
+QTEST_MAIN(TestEditor)
 #include "test_editor.moc"

@@ -7,6 +7,7 @@
 #include "sim/virtual_controller.h"
 #include "test_files.h"
 
+#include <QAccessible>
 #include <QCheckBox>
 #include <QLabel>
 #include <QLineEdit>
@@ -141,6 +142,10 @@ private slots:
         Device device;
         Tunnel t(record == "-" ? nullptr : &record, id);
         QCOMPARE(logLines(*t.form), lines);
+        // A window to a screen reader, named by its caption.
+        QAccessibleInterface* window = QAccessible::queryAccessibleInterface(t.form.get());
+        QCOMPARE(window->role(), QAccessible::Window);
+        QCOMPARE(window->text(QAccessible::Name), QString("CAN-BUS TUNNEL"));
         QCOMPARE(t.form->command1->isEnabled(), connectable);
         QVERIFY(!QFile::exists(t.folder.path() + "/connectid.sys"));
         QCOMPARE(t.server.requestedPaths().size(), id.size() < 8 ? 0 : 1);

@@ -60,7 +60,9 @@ void TerminalPort::open(int number, const std::string& location)
 {
     close();
     if (const std::string why = openPort(*port_, location, kBaud); !why.empty())
-        view_.append("\r\n++TERMINAL: Com-Port " + std::to_string(number) + " kann nicht geöffnet werden: " + why + "\r\n");
+        // The terminal's text is Windows-1252, the reason is UTF-8 like every text of the tool's.
+        view_.append(qStringToWindows1252(QString::fromStdString("\r\n++TERMINAL: Com-Port " + std::to_string(number) +
+                                                                 " kann nicht geöffnet werden: " + why + "\r\n")));
     else
         serverDropShown_ = false;
 }

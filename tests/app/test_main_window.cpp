@@ -596,8 +596,8 @@ private slots:
             QVERIFY(other.open(QIODevice::ReadWrite));
             QTest::mouseClick(w.Command1, Qt::LeftButton);
             QVERIFY(!w.MSComm3->isOpen());
-            QVERIFY(QByteArray::fromStdString(w.terminalText().text())
-                        .contains("++TERMINAL: Com-Port 4 kann nicht geöffnet werden: Port wird von einem anderen Programm benutzt"));
+            QTRY_VERIFY(w.terminal->toPlainText().contains(
+                "++TERMINAL: Com-Port 4 kann nicht geöffnet werden: Port wird von einem anderen Programm benutzt"));
         }
         QTest::mouseClick(w.Command1, Qt::LeftButton);
         QVERIFY(w.MSComm3->isOpen());

@@ -9,6 +9,7 @@
 // The service servers and the web server that hands out the connection record run on their
 // own threads with plain sockets, so the window's event loop serves only the tool.
 // Exits 1 only when a path does not work (no connection, a reply missing for 5 s).
+#include "bench_support.h"
 #include "app/main_window.h"
 #include "terminal_window.h"
 #include "platform/tcp_client.h"
@@ -42,26 +43,13 @@
 extern char** environ;
 
 using namespace veltro;
+using veltro::bench::listenLocal;
+using veltro::bench::percentile;
 using Clock = std::chrono::steady_clock;
 
 namespace {
 constexpr int kLines = 2000, kWarmUp = 50, kBlocks = 4;
 constexpr int kWaitMs = 5000;
-
-// A listening socket on 127.0.0.1 with a port of the system's choosing; -1 on failure.
-int listenLocal(int& port)
-{
-    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t len = sizeof a;
-    if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&a), len) != 0 || ::listen(fd, 4) != 0 ||
-        ::getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len) != 0)
-        return -1;
-    port = ntohs(a.sin_port);
-    return fd;
-}
 
 // The next connection within `ms`, with Nagle off; -1 when none came.
 int acceptWithin(int listenFd, int ms)
@@ -175,12 +163,6 @@ std::string lineText(const char* word, int n)
 }
 
 // Nearest-rank percentile of sorted values.
-double percentile(const std::vector<double>& sorted, double q)
-{
-    const std::size_t rank = std::size_t(q * double(sorted.size()) + 0.999999);
-    return sorted[std::min(sorted.size(), std::max<std::size_t>(rank, 1)) - 1];
-}
-
 // Prints the figures of one path and returns its p99.
 double printPath(const char* label, std::vector<double> ms)
 {

@@ -27,6 +27,7 @@
 // Prints a last line with the targets: 0 lost in every run; p99 in a) and b) within 1.5 x the
 // bare relay's and under 2 ms; peak RSS no more than 30 MB above idle.
 // Exits 1 only when a path does not work at all (no connection, no frame through it).
+#include "bench_support.h"
 #include "remote/tunnel_link.h"
 #include "sim/virtual_controller.h"
 
@@ -62,6 +63,8 @@
 extern char** environ;
 
 using namespace veltro;
+using veltro::bench::listenLocal;
+using veltro::bench::percentile;
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
@@ -113,21 +116,6 @@ long runStartKb()
     const long kb = statusKb("self", "VmRSS:");
     resetPeak();
     return kb;
-}
-
-// A listening socket on 127.0.0.1 with a port of the system's choosing; -1 on failure.
-int listenLocal(int& port)
-{
-    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t len = sizeof a;
-    if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&a), len) != 0 || ::listen(fd, 4) != 0 ||
-        ::getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len) != 0)
-        return -1;
-    port = ntohs(a.sin_port);
-    return fd;
 }
 
 // The next connection within `wait`: non-blocking, Nagle off, a 64 KB send buffer; -1 when
@@ -249,11 +237,6 @@ struct Result {
     long peakKb = 0;                    // the run's high-water mark
 };
 
-double percentile(const std::vector<double>& sorted, double q)
-{
-    const std::size_t rank = std::size_t(q * double(sorted.size()) + 0.999999);
-    return sorted[std::min(sorted.size(), std::max<std::size_t>(rank, 1)) - 1];
-}
 void setLatency(Result& r, std::vector<double> ms)
 {
     if (ms.empty())

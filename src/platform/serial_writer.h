@@ -6,13 +6,14 @@
 // queue and goes out as the line drains. Only a failed write (unplugged adapter, I/O error)
 // reports the port as gone.
 //
-// Bytes can be written as units (one frame body each, say): unitsWritten() counts the units
-// whose last byte the driver has taken, so a relay counts what really went out, and discard()
+// Bytes can be written as units (one frame body each, say): takeUnitsWritten() tells how many
+// more units the driver has taken whole since it was last asked, so a relay counts what really went out, and discard()
 // says how many never did.
 #include <QByteArray>
 #include <QObject>
 
 #include <deque>
+#include <utility>
 
 class QSerialPort;
 
@@ -28,13 +29,13 @@ public:
     bool write(const QByteArray& bytes, long units = 0);
     // Bytes not yet taken by the driver.
     qint64 queued() const { return offered_ - taken_; }
-    long unitsWritten() const { return unitsWritten_; }
+    long takeUnitsWritten() { return std::exchange(unitsWritten_, 0); }
     // Drops what waits (before closing the port); returns the units that never went out.
     long discard();
 
 signals:
-    // The driver took queued bytes as the line drained: queued() is smaller, unitsWritten()
-    // may be larger. Not sent from within write().
+    // The driver took queued bytes as the line drained: queued() is smaller, more units may
+    // have gone out. Not sent from within write().
     void progressed();
 
 private:

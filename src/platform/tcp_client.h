@@ -36,6 +36,9 @@ public:
 
     // Bytes handed to send() that the kernel has not taken yet.
     qint64 queued() const;
+    // What a relay lets wait for a server that does not read before it drops data: a device
+    // cannot be held back, and this is about ten seconds of its busiest output.
+    static constexpr qint64 kMaxQueued = 1024 * 1024;
 
     // A receiver that cannot keep up holds reading back instead of dropping: the data wait in
     // the socket (at most readBufferSize bytes), then in the kernel, whose full receive window

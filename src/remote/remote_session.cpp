@@ -92,7 +92,7 @@ void RemoteSession::deviceOutput(const QByteArray& data)
         return;
     // The controller cannot be held back: its output waits for a server that does not read
     // up to a bound, then is dropped, said once with what it cost.
-    if (socket_->queued() > kMaxServerQueue) {
+    if (socket_->queued() > TcpClient::kMaxQueued) {
         if (dropped_ == 0)
             emit line("++SERVER LIEST NICHT MIT: Ausgaben des Controllers werden verworfen");
         dropped_ += data.size();

@@ -35,8 +35,6 @@ public:
     void serverData(const QByteArray& data);
     // What the device printed, for the server while connected.
     void deviceOutput(const QByteArray& data);
-    // Device output waiting for the server beyond this many bytes is dropped.
-    static constexpr qint64 kMaxServerQueue = 1024 * 1024;
 
 signals:
     void line(const std::string& text);

@@ -100,13 +100,13 @@ void TunnelLink::close()
     messageWait_->stop();
     // What the server sent and the device never got is lost: what waits for the port, and
     // what still waits in the socket.
+    countWritten();
     long lost = writer_->discard();
     if (socket_->unread() > 0) {
         const QByteArray rest = socket_->socket()->readAll();
         lost += long(relay_.serverChunk(std::string_view(rest.constData(), std::size_t(rest.size())), false).toDevice.size());
     }
     bodyLines_.clear();
-    bodiesCounted_ = writer_->unitsWritten();
     apply(relay_.discarded(lost));
     socket_->close();
     if (serial_->isOpen())
@@ -142,7 +142,7 @@ void TunnelLink::writeLog(const QByteArray& line)
 
 long TunnelLink::serverRoom() const
 {
-    return long(std::max<qint64>(0, kMaxServerQueue - socket_->queued()) / qint64(TunnelRelay::kMessageSize));
+    return long(std::max<qint64>(0, TcpClient::kMaxQueued - socket_->queued()) / qint64(TunnelRelay::kMessageSize));
 }
 
 void TunnelLink::serialReadyRead()
@@ -211,11 +211,9 @@ void TunnelLink::apply(RelayOutput&& out)
 
 void TunnelLink::countWritten()
 {
-    const long now = writer_->unitsWritten();
-    const long more = now - bodiesCounted_;
+    const long more = writer_->takeUnitsWritten();
     if (more <= 0)
         return;
-    bodiesCounted_ = now;
     relay_.delivered(more);
     for (long i = 0; i < more && !bodyLines_.empty(); ++i) {
         writeLog(bodyLines_.front());
@@ -227,7 +225,7 @@ void TunnelLink::countWritten()
 void TunnelLink::throttle()
 {
     const bool deviceBusy = writer_->queued() > serialLimit_;
-    const bool serverBusy = loopback_ && socket_->queued() > kMaxServerQueue;
+    const bool serverBusy = loopback_ && socket_->queued() > TcpClient::kMaxQueued;
     socket_->holdReading(deviceBusy || serverBusy);
 }
 

@@ -44,8 +44,6 @@ public:
 
     // The socket's state number (0 to 9); read from any thread.
     int state() const { return state_.load(); }
-    // Device frames waiting for the server beyond this many bytes are dropped.
-    static constexpr qint64 kMaxServerQueue = 1024 * 1024;
 
 public slots:
     // Connects to host:port, opens the serial port at baud,n,8,1 and the log file for
@@ -91,7 +89,6 @@ private:
     TunnelEvents pending_;
     // The log lines of the bodies queued for the device, written once the port has taken them.
     std::deque<QByteArray> bodyLines_;
-    long bodiesCounted_ = 0;
     int baud_ = 9600;
     qint64 serialLimit_ = 0;
     bool loopback_ = false;

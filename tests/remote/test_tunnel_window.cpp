@@ -93,6 +93,9 @@ struct Tunnel {
         server.exportEnvironment();
         form = std::make_unique<Form3>(folder.path().toStdString());
         form->show();
+        // The state poll's first line comes before the query's, however slow the machine.
+        QTRY_COMPARE(form->laststatus->text(), QString("0"));
+        form->log->clear();
         QSignalSpy done(form.get(), &Form3::queryFinished);
         form->start(id, 7);
         if (done.isEmpty())
@@ -215,9 +218,9 @@ private slots:
         // The server closes: the tunnel disconnects itself and closes its log.
         peer->close();
         QTRY_VERIFY(f.command1->isEnabled());
-        QTRY_COMPARE(f.laststatus->text(), QString("8"));
+        QTRY_VERIFY(logLines(f).contains("++REMOTE HOST CLOSED CONNECTION!"));
         QVERIFY(!f.Command3->isEnabled());
-        QCOMPARE(logLines(f).mid(logLines(f).indexOf("++REMOTE HOST CLOSED CONNECTION!")),
+        QCOMPARE(logLines(f).mid(logLines(f).indexOf("++REMOTE HOST CLOSED CONNECTION!"), 2),
                  (QStringList{"++REMOTE HOST CLOSED CONNECTION!", "++TCP/IP-CONNECTION CLOSED!"}));
         const QByteArray file = readFile(t.folder.path() + "/CAN_LOG.txt");
         QVERIFY(file.startsWith("++TRY TO CONNECT TO SERVER...\r\n++CONNECTED TO SERVER!\r\n"));
@@ -299,11 +302,10 @@ private slots:
         const QByteArray record = "127,0,0,1," + QByteArray::number(closedPort) + ",9600,0";
         Tunnel t(&record);
         QTest::mouseClick(t.form->command1, Qt::LeftButton);
-        QTRY_COMPARE(t.form->laststatus->text(), QString("9"));
-        QCOMPARE(logLines(*t.form).mid(logLines(*t.form).indexOf("++TRY TO CONNECT TO SERVER...")),
-                 (QStringList{"++TRY TO CONNECT TO SERVER...", "++TCP/IP-CONNECTION ERROR!", "++TCP/IP-CONNECTION CLOSED!"}));
+        // The poll shows the closed socket after the disconnect too, when it next looks.
+        QTRY_COMPARE(logLines(*t.form).mid(logLines(*t.form).indexOf("++TRY TO CONNECT TO SERVER..."), 3),
+                     (QStringList{"++TRY TO CONNECT TO SERVER...", "++TCP/IP-CONNECTION ERROR!", "++TCP/IP-CONNECTION CLOSED!"}));
         QVERIFY(t.form->command1->isEnabled() && !t.form->Command3->isEnabled());
-        QCOMPARE(t.form->state->text(), QString("Status: ++TCP/IP-CONNECTION ERROR!"));
     }
 
     // Closing the window while a slow web server keeps the query going gives the query up:

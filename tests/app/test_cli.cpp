@@ -189,14 +189,12 @@ private slots:
             badBlock.setFaults(sim::Request::DataBlock, {.wrongChecksum = true});
             ports.add(4).setFaults(sim::Request::Word, {.silent = true});
         }
-        const QString file = ports.homePath() + "/fw.bin";
-        QVERIFY(writeFile(file, QByteArray(300, 'x')));
-        const std::map<QString, QString> files = {{"FILE", file}, {"EMPTY", ports.homePath() + "/empty.bin"},
-                                                  {"PAGE", ports.homePath() + "/page.bin"},
-                                                  {"BIG", ports.homePath() + "/big.tmp"},
-                                                  {"IMAGE", ports.homePath() + "/image.eep"},
-                                                  {"OVER", ports.homePath() + "/over.eep"},
-                                                  {"MISSING", ports.homePath() + "/missing.eep"}};
+        const QString home = ports.homePath();
+        const std::map<QString, QString> files = {
+            {"FILE", home + "/fw.bin"},     {"EMPTY", home + "/empty.bin"}, {"PAGE", home + "/page.bin"},
+            {"BIG", home + "/big.tmp"},     {"IMAGE", home + "/image.eep"}, {"OVER", home + "/over.eep"},
+            {"MISSING", home + "/missing.eep"}};
+        QVERIFY(writeFile(files.at("FILE"), QByteArray(300, 'x')));
         QVERIFY(writeFile(files.at("EMPTY"), QByteArray()));
         QVERIFY(writeFile(files.at("PAGE"), "<html><body>404</body></html>"));
         QVERIFY(writeFile(files.at("BIG"), QByteArray(98176, 'y')));

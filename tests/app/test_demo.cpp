@@ -6,9 +6,8 @@
 #include "editor/editor_logic.h"
 #include "platform/qt_serial_link.h"
 #include "recording_reporter.h"
-#include "sim_ports.h"
-#include "test_files.h"
 #include "remote/form3.h"
+#include "sim_ports.h"
 #include "window_fixture.h"
 
 #include <QLabel>
@@ -16,10 +15,7 @@
 #include <QPlainTextEdit>
 #include <QRegularExpression>
 
-#include <QTest>
-
 #include <algorithm>
-#include <memory>
 
 using namespace veltro;
 using namespace veltro::test;
@@ -112,7 +108,7 @@ private slots:
 
         QTest::mouseClick(w.Command1, Qt::LeftButton);
         QTest::mouseClick(w.Command9, Qt::LeftButton);
-        const auto text = [&w] { return QByteArray::fromStdString(w.terminalText().text()); };
+        const auto text = [&w] { return terminalBytes(w); };
         const QByteArray request = "++DOWNLOAD DEVICE EEPROM...";
         const auto afterRequest = [&] { return text().mid(std::max(text().indexOf(request), qsizetype(0))); };
         QTRY_VERIFY_WITH_TIMEOUT(text().contains("++CONNECTED TO SERVER!") && text().contains(request) &&

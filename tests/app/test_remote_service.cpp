@@ -1,7 +1,5 @@
 // "REMOTE" in the terminal, everything real on 127.0.0.1: the record from a web server, a
 // service server in the test, the virtual controller's terminal on a pty, a mail server.
-#include "app/main_window.h"
-#include "platform/tcp_client.h"
 #include "remote/form3.h"
 #include "sim_ports.h"
 #include "window_fixture.h"
@@ -11,9 +9,9 @@
 #include <QGroupBox>
 #include <QJsonArray>
 #include <QLineEdit>
-#include <QPlainTextEdit>
 #include <QJsonObject>
 #include <QLabel>
+#include <QPlainTextEdit>
 #include <QSerialPort>
 #include <QTcpServer>
 #include <QTcpSocket>
@@ -33,7 +31,7 @@ QByteArray bytesOf(const sim::Bytes& b)
 QStringList remoteLines(const MainWindow& w)
 {
     QStringList lines;
-    for (const QByteArray& line : QByteArray::fromStdString(w.terminalText().text()).split('\n'))
+    for (const QByteArray& line : terminalBytes(w).split('\n'))
         if (line.startsWith("++"))
             lines << QString::fromLatin1(line.trimmed());
     return lines;
@@ -78,11 +76,7 @@ QStringList linesSince(const MainWindow& w, qsizetype from)
 class TestRemoteService : public QObject {
     Q_OBJECT
 private slots:
-    void init()
-    {
-        qputenv("VELTRO_UPDATE_HTTP", "http://127.0.0.1:9");
-        qputenv("VELTRO_UPDATE_HTTPS", "https://127.0.0.1:9");
-    }
+    void init() { noUpdateServer(); }
 
     // Connect, relay both ways byte for byte, the server's two commands, commands that are
     // not commands, the server closing, a refused connect.
@@ -96,8 +90,7 @@ private slots:
         OpenTerminal t;
         auto& c = t.c;
         MainWindow& w = t.w;
-        QVERIFY(w.MSComm3->isOpen());
-        QTRY_VERIFY(QByteArray::fromStdString(w.terminalText().text()).contains("SERIALNUMBER"));
+        QTRY_VERIFY(terminalBytes(w).contains("SERIALNUMBER"));
 
         // A second click while the record is fetched is ignored: one request, one connection.
         QSignalSpy handled(&w, &MainWindow::remoteRecordHandled);
@@ -214,18 +207,20 @@ private slots:
         QByteArray atServer;
         QTRY_VERIFY((atServer += peer->readAll()).contains("OK LINE " + QByteArray::number(text.count('\r') - 1).rightJustified(8, '0')));
         QVERIFY(t.w.MSComm3->isOpen());
-        QVERIFY(!QByteArray::fromStdString(t.w.terminalText().text()).contains("Verbindung zum Controller unterbrochen"));
+        QVERIFY(!terminalBytes(t.w).contains("Verbindung zum Controller unterbrochen"));
     }
 
-    // Records that lead nowhere end in the lines a technician can read, and "REMOTE" stays
-    // usable.
+    // Records that lead nowhere, and a web server that is down, end in the lines a technician
+    // can read, and "REMOTE" stays usable.
     void badRecords_data()
     {
-        QTest::addColumn<QByteArray>("record"); // "missing": no file on the server
+        QTest::addColumn<QByteArray>("record"); // "missing": no file on the server; "down": no server
         QTest::addColumn<QStringList>("lines");
         const QString found = "++CONNECTIONDATA FOUND!", tryLine = "++TRY TO CONNECT TO SERVER...",
                       error = "++TCP/IP-CONNECTION ERROR!";
         QTest::newRow("missing record") << QByteArray("missing") << QStringList{"++NO CONNECTIONDATA FOUND!"};
+        QTest::newRow("web server down") << QByteArray("down") << QStringList{
+            "++WEBSERVER NICHT ERREICHBAR: keine Verbindung zum Server", "++NO CONNECTIONDATA FOUND!"};
         QTest::newRow("empty record") << QByteArray("") << QStringList{found, "++BAUDRATE:", tryLine, error};
         QTest::newRow("fewer than six fields") << QByteArray("127,0,0,1") << QStringList{found, "++BAUDRATE:", tryLine, error};
         QTest::newRow("port not a number") << QByteArray("127,0,0,1,port,9600")
@@ -236,26 +231,23 @@ private slots:
         QFETCH(QByteArray, record);
         QFETCH(QStringList, lines);
         std::map<QString, QByteArray> files;
-        if (record != "missing")
+        if (record != "missing" && record != "down")
             files["/CAN/R_1A2B3C4D.dat"] = record;
         Served web(files);
+        if (record == "down")
+            qputenv("VELTRO_WEB_HTTP", "http://127.0.0.1:9");
         OpenTerminal t;
         QVERIFY(t.remote());
         QTRY_COMPARE(linesSince(t.w, 0), lines);
         QTRY_VERIFY(t.w.Command9->isEnabled());
+        qunsetenv("VELTRO_WEB_HTTP");
     }
 
-    // The web server down, and server data for a terminal that has been closed.
-    void webServerDownAndPortClosed()
+    // Server data for a terminal that has been closed is dropped with one line.
+    void serverDataForClosedTerminal()
     {
         OpenTerminal t;
         MainWindow& w = t.w;
-        qputenv("VELTRO_WEB_HTTP", "http://127.0.0.1:9");
-        QVERIFY(t.remote());
-        QCOMPARE(linesSince(w, 0), (QStringList{"++WEBSERVER NICHT ERREICHBAR: keine Verbindung zum Server",
-                                                  "++NO CONNECTIONDATA FOUND!"}));
-        QVERIFY(w.Command9->isEnabled());
-
         QTcpServer service;
         QVERIFY(service.listen(QHostAddress::LocalHost, 0));
         Served web({{"/CAN/R_1A2B3C4D.dat", recordFor(service, "9600")}});
@@ -266,7 +258,7 @@ private slots:
         QTest::mouseClick(w.Command2, Qt::LeftButton); // BEENDEN closes the terminal port
         const std::size_t before = t.c.received().size();
         const auto dropLines = [&] {
-            return QByteArray::fromStdString(w.terminalText().text()).count("Daten vom Server verworfen");
+            return terminalBytes(w).count("Daten vom Server verworfen");
         };
         peer->write("VER\r");
         QTRY_COMPARE(dropLines(), 1);
@@ -274,7 +266,6 @@ private slots:
         QTest::qWait(200);
         QCOMPARE(dropLines(), 1);
         QCOMPARE(t.c.received().size(), before);
-        qunsetenv("VELTRO_WEB_HTTP");
     }
 
     // Closing the window while a transfer waits on a server that stays silent gives the

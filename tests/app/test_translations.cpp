@@ -15,23 +15,17 @@ namespace {
 // The text of one button of a freshly built standard dialog, without the mnemonic '&'.
 QString buttonText(const QString& dialog, const QString& button)
 {
-    QString text;
     if (dialog == "message box") {
-        QMessageBox box(QMessageBox::Question, "Firmware", "Firmware aktualisieren?",
-                        QMessageBox::Yes | QMessageBox::No);
-        text = box.button(button == "yes" ? QMessageBox::Yes : QMessageBox::No)->text();
-    } else if (dialog == "input box") {
-        QInputDialog input;
-        input.setLabelText("Seriennummer:");
-        input.show();
-        text = input.findChild<QDialogButtonBox*>()->button(QDialogButtonBox::Cancel)->text();
-    } else if (dialog == "file dialog") {
-        QFileDialog files;
-        files.setOption(QFileDialog::DontUseNativeDialog);
-        files.show();
-        text = files.findChild<QDialogButtonBox*>()->button(QDialogButtonBox::Cancel)->text();
+        QMessageBox box(QMessageBox::Question, "Firmware", "Firmware aktualisieren?", QMessageBox::Yes | QMessageBox::No);
+        return box.button(button == "yes" ? QMessageBox::Yes : QMessageBox::No)->text().remove('&');
     }
-    return text.remove('&');
+    QInputDialog input;
+    input.setLabelText("Seriennummer:");
+    QFileDialog files;
+    files.setOption(QFileDialog::DontUseNativeDialog);
+    QDialog& shown = dialog == "input box" ? static_cast<QDialog&>(input) : files;
+    shown.show();
+    return shown.findChild<QDialogButtonBox*>()->button(QDialogButtonBox::Cancel)->text().remove('&');
 }
 
 } // namespace

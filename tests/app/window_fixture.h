@@ -18,6 +18,16 @@
 
 namespace veltro::test {
 
+// No update server unless a test starts one: a closed port on this machine answers at once.
+inline void noUpdateServer()
+{
+    qputenv("VELTRO_UPDATE_HTTP", "http://127.0.0.1:9");
+    qputenv("VELTRO_UPDATE_HTTPS", "https://127.0.0.1:9");
+}
+
+// What the terminal holds, byte for byte.
+inline QByteArray terminalBytes(const MainWindow& w) { return QByteArray::fromStdString(w.terminalText().text()); }
+
 // An update server on 127.0.0.1 serving these files (path under the root -> content), with
 // the tool's server roots pointing at it.
 struct Served {
@@ -49,14 +59,15 @@ struct Mailbox {
     }
 };
 
-// A started main window; connectNow() clicks VERBINDEN and keeps the status texts shown until
-// the connect has finished (byte values left out).
+// A started main window (questions nobody scripted answered with `rest`); connectNow() clicks
+// VERBINDEN and keeps the status texts shown until the connect has finished (byte values left out).
 struct Window {
     MainWindow w;
     std::shared_ptr<ScriptedDialogs> dialogs = std::make_shared<ScriptedDialogs>();
     QStringList statuses;
-    Window()
+    explicit Window(bool rest = true)
     {
+        dialogs->rest = rest;
         w.dialogs = dialogs;
         QSignalSpy done(&w, &MainWindow::startupFinished);
         w.show();

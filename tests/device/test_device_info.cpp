@@ -11,36 +11,31 @@ using namespace veltro;
 class TestDeviceInfo : public QObject {
     Q_OBJECT
 private slots:
-    // `error`: the run-time error number raised instead of a text (0: none).
+    // The tooltip's date and build level, or the run-time error number raised instead (0: none).
     void tooltip_data()
     {
-        QTest::addColumn<QString>("serial");
-        QTest::addColumn<QString>("btversion");
-        QTest::addColumn<QString>("date");
-        QTest::addColumn<QString>("level");
-        QTest::addColumn<int>("error");
-        QTest::newRow("example") << "0F0B1703" << "180" << "15.11.23" << "HB4" << 0;
-        QTest::newRow("day 5 without zero") << "050B1703" << "180" << "5.11.23" << "HB4" << 0;
-        QTest::newRow("build level 7") << "0F0B1703" << "7" << "15.11.23" << "H07" << 0;
-        QTest::newRow("non-hex pair reads as far as digits go") << "1Z0B1703" << "255" << "1.11.23" << "HFF" << 0;
-        QTest::newRow("recovery number, short") << "12" << "0" << "18.0.0" << "H00" << 0;
-        QTest::newRow("build level does not fit a byte") << "drgdf" << "65535" << "" << "" << 6;
-        QTest::newRow("build level not a number") << "0F0B1703" << "B4" << "" << "" << 13;
+        QTest::addColumn<QStringList>("in");  // serial, btversion
+        QTest::addColumn<QStringList>("out"); // date, level; or the error number
+        QTest::newRow("example") << QStringList{"0F0B1703", "180"} << QStringList{"15.11.23", "HB4"};
+        QTest::newRow("day 5 without zero") << QStringList{"050B1703", "180"} << QStringList{"5.11.23", "HB4"};
+        QTest::newRow("build level 7") << QStringList{"0F0B1703", "7"} << QStringList{"15.11.23", "H07"};
+        QTest::newRow("non-hex pair reads as far as digits go") << QStringList{"1Z0B1703", "255"} << QStringList{"1.11.23", "HFF"};
+        QTest::newRow("recovery number, short") << QStringList{"12", "0"} << QStringList{"18.0.0", "H00"};
+        QTest::newRow("build level does not fit a byte") << QStringList{"drgdf", "65535"} << QStringList{"6"};
+        QTest::newRow("build level just past a byte") << QStringList{"0F0B1703", "256"} << QStringList{"6"};
+        QTest::newRow("build level not a number") << QStringList{"0F0B1703", "B4"} << QStringList{"13"};
     }
     void tooltip()
     {
-        QFETCH(QString, serial);
-        QFETCH(QString, btversion);
-        QFETCH(QString, date);
-        QFETCH(QString, level);
-        QFETCH(int, error);
+        QFETCH(QStringList, in);
+        QFETCH(QStringList, out);
         try {
-            QCOMPARE(QString::fromStdString(deviceInfoTooltip(serial.toStdString(), btversion.toStdString())),
-                     "Herstellungsdatum des VELTRO Interfaces: " + date + "! Das Gerät wurde in der Ausbaustufe "
-                         + level + " ausgeliefert!");
-            QCOMPARE(error, 0);
+            QCOMPARE(QString::fromStdString(deviceInfoTooltip(in[0].toStdString(), in[1].toStdString())),
+                     "Herstellungsdatum des VELTRO Interfaces: " + out.value(0) + "! Das Gerät wurde in der Ausbaustufe "
+                         + out.value(1) + " ausgeliefert!");
+            QCOMPARE(out.size(), 2);
         } catch (const RuntimeError& e) {
-            QCOMPARE(e.number(), error);
+            QCOMPARE(QString::number(e.number()), out.value(0));
         }
     }
 

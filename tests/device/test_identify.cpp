@@ -16,8 +16,18 @@ using veltro::test::readFile;
 using veltro::test::writeFile;
 
 using Setup = std::function<void(sim::VirtualController&)>;
-Q_DECLARE_METATYPE(Setup)
-Q_DECLARE_METATYPE(veltro::ConnectOutcome)
+
+namespace {
+// A controller set-up, then the outcome, layout flags, last status texts and port error.
+struct ConnectRow {
+    Setup setup;
+    ConnectOutcome outcome;
+    bool current, older;
+    QStringList tail;
+    QString portError;
+};
+} // namespace
+Q_DECLARE_METATYPE(ConnectRow)
 
 namespace {
 ConnectResult connectTo(sim::VirtualController& c, RecordingReporter& reporter)
@@ -46,52 +56,43 @@ private slots:
     // last status texts.
     void connect_data()
     {
-        QTest::addColumn<Setup>("setup");
-        QTest::addColumn<ConnectOutcome>("outcome");
-        QTest::addColumn<bool>("current");
-        QTest::addColumn<bool>("older");
-        QTest::addColumn<QStringList>("tail");
-        QTest::addColumn<QString>("portError");
+        QTest::addColumn<ConnectRow>("row");
         const QStringList ok{"CHECKSUMME OK - VERBUNDEN!"};
         const auto checked = ConnectOutcome::Checked;
-        QTest::newRow("late echo after several requests") << faults({.echoFromRequest = 7}) << checked << true
-                                                          << false << ok << QString();
-        QTest::newRow("layout 178") << layout(178) << checked << false << false << QStringList{"0"} << QString();
-        QTest::newRow("layout 179") << layout(179) << checked << true << false << ok << QString();
-        QTest::newRow("layout 181") << layout(181) << checked << true << false << ok << QString();
-        QTest::newRow("layout 182") << layout(182) << checked << false << false << QStringList{"0"} << QString();
-        QTest::newRow("older layout") << Setup([](sim::VirtualController& c) {
+        QTest::newRow("late echo after several requests")
+            << ConnectRow{faults({.echoFromRequest = 7}), checked, true, false, ok, QString()};
+        // The current layouts are 179..181; their first neighbours outside are not.
+        for (int value : {178, 179, 181, 182}) {
+            const bool current = value >= 179 && value <= 181;
+            QTest::addRow("layout %d", value)
+                << ConnectRow{layout(value), checked, current, false, current ? ok : QStringList{"0"}, QString()};
+        }
+        QTest::newRow("older layout") << ConnectRow{[](sim::VirtualController& c) {
             c.setLayout(120);
             c.setImageByte(127, 5);
-        }) << checked << false << true << ok << QString();
+        }, checked, false, true, ok, QString()};
         QTest::newRow("current layout with byte 127 = 5")
-            << Setup([](sim::VirtualController& c) { c.setImageByte(127, 5); }) << checked << true << true << ok << QString();
+            << ConnectRow{[](sim::VirtualController& c) { c.setImageByte(127, 5); }, checked, true, true, ok, QString()};
         // The status stays at the value of byte 1025 (firmware high byte 2).
-        QTest::newRow("checksum error") << Setup([](sim::VirtualController& c) {
+        QTest::newRow("checksum error") << ConnectRow{[](sim::VirtualController& c) {
             c.setFirmware(0x02A6);
             c.setFaults(sim::Request::Identify, sim::AnswerFaults{.wrongChecksum = true});
-        }) << checked << false << false << QStringList{"2"} << QString();
-        QTest::newRow("no echo") << Setup([](sim::VirtualController& c) { c.setSilent(true); })
-                                 << ConnectOutcome::ResetNotRecognised << false << false
-                                 << QStringList{"Datenanforderung...", "Reset nicht erkannt!", "ERROR"} << QString();
-        QTest::newRow("short image") << faults({.shortAnswer = std::size_t(600)}) << ConnectOutcome::ImageTimeout
-                                     << false << false << QStringList{"Datenanforderung...", "ERROR0"} << QString();
-        QTest::newRow("unplugged") << Setup([](sim::VirtualController& c) { c.unplug(); })
-                                   << ConnectOutcome::PortFailed << false << false
-                                   << QStringList{"Öffne Com-Port", "ERROR"} << "Port nicht vorhanden";
+        }, checked, false, false, QStringList{"2"}, QString()};
+        QTest::newRow("no echo") << ConnectRow{[](sim::VirtualController& c) { c.setSilent(true); },
+                                               ConnectOutcome::ResetNotRecognised, false, false,
+                                               {"Datenanforderung...", "Reset nicht erkannt!", "ERROR"}, QString()};
+        QTest::newRow("short image") << ConnectRow{faults({.shortAnswer = std::size_t(600)}), ConnectOutcome::ImageTimeout,
+                                                   false, false, {"Datenanforderung...", "ERROR0"}, QString()};
+        QTest::newRow("unplugged") << ConnectRow{[](sim::VirtualController& c) { c.unplug(); }, ConnectOutcome::PortFailed,
+                                                 false, false, {"Öffne Com-Port", "ERROR"}, "Port nicht vorhanden"};
         QTest::newRow("unplugged during the image")
-            << faults({.shortAnswer = std::size_t(600), .unplugAfterAnswer = true}) << ConnectOutcome::PortFailed
-            << false << false << QStringList{"Datenanforderung...", "ERROR"}
-            << "Verbindung zum Controller unterbrochen!";
+            << ConnectRow{faults({.shortAnswer = std::size_t(600), .unplugAfterAnswer = true}), ConnectOutcome::PortFailed,
+                          false, false, {"Datenanforderung...", "ERROR"}, "Verbindung zum Controller unterbrochen!"};
     }
     void connect()
     {
-        QFETCH(Setup, setup);
-        QFETCH(ConnectOutcome, outcome);
-        QFETCH(bool, current);
-        QFETCH(bool, older);
-        QFETCH(QStringList, tail);
-        QFETCH(QString, portError);
+        QFETCH(ConnectRow, row);
+        const auto& [setup, outcome, current, older, tail, portError] = row;
         SimPorts ports;
         auto& c = ports.add(4);
         c.setSerial(0x1A2B3C4D);

@@ -109,38 +109,32 @@ private slots:
     // What the start-up reads, including bytes the editor never writes (erased, zero, none).
     void readImageFile_data()
     {
-        QTest::addColumn<bool>("exists");
-        QTest::addColumn<QByteArray>("content");
-        QTest::addColumn<QString>("row0"); // empty: range error (9)
-        QTest::addColumn<int>("flags");
-        QTest::addColumn<QString>("speed"); // speed, switching bytes -> their list indices
-        QTest::newRow("written") << true << written(sampleImage()) << "A0xA0xA0xA0xA0xA0xA0xA0" << 5 << "4 30 -> 3 30";
-        QTest::newRow("no file") << false << QByteArray() << "00x00x00x00x00x00x00x00" << 0 << "0 0 -> -1 0";
-        QTest::newRow("ends at the flags") << true << QByteArray(128, '\x01') + "\x07" << "01x01x01x01x01x01x01x01" << 7 << "0 0 -> -1 0";
-        QTest::newRow("erased, 2000 bytes") << true << ff(2000) << "FFxFFxFFxFFxFFxFFxFFxFF" << 255 << "255 255 -> 0 0";
-        QTest::newRow("2001 bytes") << true << ff(2001) << "" << 0 << "";
+        QTest::addColumn<QByteArray>("content"); // "none": no file
+        QTest::addColumn<QString>("read"); // row 0, flags, speed and switching bytes -> their list indices; empty: error 9
+        QTest::newRow("written") << written(sampleImage()) << "A0xA0xA0xA0xA0xA0xA0xA0 5 4 30 -> 3 30";
+        QTest::newRow("no file") << QByteArray("none") << "00x00x00x00x00x00x00x00 0 0 0 -> -1 0";
+        QTest::newRow("ends at the flags") << QByteArray(128, '\x01') + "\x07" << "01x01x01x01x01x01x01x01 7 0 0 -> -1 0";
+        QTest::newRow("erased, 2000 bytes") << ff(2000) << "FFxFFxFFxFFxFFxFFxFFxFF 255 255 255 -> 0 0";
+        QTest::newRow("2001 bytes") << ff(2001) << "";
     }
     void readImageFile()
     {
-        QFETCH(bool, exists);
         QFETCH(QByteArray, content);
-        QFETCH(QString, row0);
-        QFETCH(int, flags);
-        QFETCH(QString, speed);
+        QFETCH(QString, read);
         QTemporaryDir dir;
         const QString path = dir.filePath("0011AABB.eep");
+        const bool exists = content != "none";
         if (exists)
             QVERIFY(writeFile(path, content));
-        ImageReading reading;
-        QCOMPARE(orError([&] { reading = veltro::readImageFile(path.toStdString()); return 0; }), row0.isEmpty() ? -9 : 0);
+        ImageReading r;
+        QCOMPARE(orError([&] { r = veltro::readImageFile(path.toStdString()); return 0; }), read.isEmpty() ? -9 : 0);
         QVERIFY(QFileInfo::exists(path));
-        QCOMPARE(readFile(path), content);
-        QCOMPARE(QString::fromStdString(reading.rows[0]), row0);
-        if (row0.isEmpty())
+        QCOMPARE(readFile(path), exists ? content : QByteArray());
+        QCOMPARE(r.rows[0].empty(), read.isEmpty());
+        if (read.isEmpty())
             return;
-        QCOMPARE(int(reading.flags), flags);
-        QCOMPARE(QString("%1 %2 -> %3 %4").arg(reading.speed).arg(reading.switching).arg(speedIndex(reading.speed))
-                     .arg(switchingIndex(reading.switching)), speed);
+        QCOMPARE(QString("%1 %2 %3 %4 -> %5 %6").arg(QString::fromStdString(r.rows[0])).arg(r.flags).arg(r.speed)
+                     .arg(r.switching).arg(speedIndex(r.speed)).arg(switchingIndex(r.switching)), read);
     }
 
     // Entered texts and list choices to bytes. A threshold is stored as round((V - 0.9) / 0.063)

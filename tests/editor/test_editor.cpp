@@ -54,11 +54,10 @@ std::array<std::string, 9> rowsOf(const std::string& line1, const std::string& l
     return {line1, kZero, kZero, line2, kZero, kZero, kZero, kZero, sw};
 }
 
-EditorView opened(const ImageReading& image, const std::string& btversion = "181",
-                  const std::string& text = kVehicle)
+EditorView opened(const ImageReading& image, const std::string& btversion = "181")
 {
     EditorView v = startEditor({{"Erstes", "v0.fzd"}, {"Zweites", "v1.fzd"}}, 1, image, ',');
-    loadVehicle(v, vehicle(text), btversion);
+    loadVehicle(v, vehicle(), btversion);
     return v;
 }
 
@@ -106,9 +105,23 @@ Bytes editorImage()
     return file;
 }
 
+using Setup = std::function<void(Folder&)>;
+
+// What ends the editor while it opens: a change to the folder, the vehicle number and layout
+// given, the run-time error (0: none) and whether lastsel.inc was written before it.
+struct OpeningRow {
+    Setup setup;
+    std::string ecutyp, btversion;
+    int error;
+    bool lastsel;
+};
+
 } // namespace
 
 Q_DECLARE_METATYPE(std::string)
+Q_DECLARE_METATYPE(OpeningRow)
+using PreselectionRows = std::array<std::string, 3>;
+Q_DECLARE_METATYPE(PreselectionRows)
 
 class TestEditor : public QObject {
     Q_OBJECT
@@ -117,24 +130,19 @@ private slots:
     // comparison, the last equal entry wins, no match leaves no choice.
     void preselection_data()
     {
-        QTest::addColumn<QString>("line1");
-        QTest::addColumn<QString>("line2");
-        QTest::addColumn<QString>("switchRow");
-        QTest::addColumn<QList<int>>("expected"); // line 1, line 2, switch
-        QTest::newRow("match") << QString::fromStdString(kRpm) << QString::fromStdString(kOil)
-                               << QString::fromStdString(kHorn) << QList<int>{0, 2, 1};
-        QTest::newRow("several matches: the last") << QString::fromStdString(kTemp) << QString::fromStdString(kRpm)
-                                                   << QString::fromStdString(kLight) << QList<int>{3, 0, 0};
-        QTest::newRow("no match") << "0CxF0x04x00x03x02x00x01" << "0cxf0x04x00x03x02x00x00"
-                                  << QString::fromStdString(kZero) << QList<int>{-1, -1, -1};
+        QTest::addColumn<PreselectionRows>("rows"); // line 1, line 2, switch
+        QTest::addColumn<QList<int>>("expected");
+        QTest::newRow("match") << PreselectionRows{kRpm, kOil, kHorn} << QList<int>{0, 2, 1};
+        QTest::newRow("several matches: the last") << PreselectionRows{kTemp, kRpm, kLight}
+                                                   << QList<int>{3, 0, 0};
+        QTest::newRow("no match") << PreselectionRows{"0CxF0x04x00x03x02x00x01", "0cxf0x04x00x03x02x00x00", kZero}
+                                  << QList<int>{-1, -1, -1};
     }
     void preselection()
     {
-        QFETCH(QString, line1);
-        QFETCH(QString, line2);
-        QFETCH(QString, switchRow);
+        QFETCH(PreselectionRows, rows);
         QFETCH(QList<int>, expected);
-        const EditorView v = opened(reading(rowsOf(line1.toStdString(), line2.toStdString(), switchRow.toStdString())));
+        const EditorView v = opened(reading(rowsOf(rows[0], rows[1], rows[2])));
         QCOMPARE((QList<int>{v.choice.displayLines[0], v.choice.displayLines[1], v.choice.switchInput}), expected);
         QCOMPARE(v.choice.displayLines[2], -1); // an all-zero row matches nothing here
     }
@@ -189,48 +197,38 @@ private slots:
     // What ends the editor while it opens, and the files it leaves.
     void fatalOpening_data()
     {
-        QTest::addColumn<std::function<void(Folder&)>>("setup");
-        QTest::addColumn<QString>("ecutyp");
-        QTest::addColumn<QString>("btversion");
-        QTest::addColumn<int>("error");
-        QTest::addColumn<bool>("lastsel"); // lastsel.inc written before the error
-        using Setup = std::function<void(Folder&)>;
+        QTest::addColumn<OpeningRow>("row");
         const Setup none = [](Folder&) {};
-        QTest::newRow("no catalogue") << Setup([](Folder& f) { QFile::remove(f.file("vehicles.inc")); })
-                                      << "1" << "181" << 53 << false;
-        QTest::newRow("vehicle number no number") << none << "x" << "181" << 380 << false;
-        QTest::newRow("vehicle number beyond the list") << none << "2" << "181" << 380 << false;
+        QTest::newRow("no catalogue")
+            << OpeningRow{[](Folder& f) { QFile::remove(f.file("vehicles.inc")); }, "1", "181", 53, false};
+        QTest::newRow("vehicle number no number") << OpeningRow{none, "x", "181", 380, false};
+        QTest::newRow("vehicle number beyond the list") << OpeningRow{none, "2", "181", 380, false};
         QTest::newRow("image over 2000 bytes")
-            << Setup([](Folder& f) { writeFile(f.file("1A2B3C4D.eep"), QByteArray(2001, 0)); }) << "1" << "181" << 9
-            << false;
-        QTest::newRow("malformed vehicle file") << Setup([](Folder& f) {
+            << OpeningRow{[](Folder& f) { writeFile(f.file("1A2B3C4D.eep"), QByteArray(2001, 0)); }, "1", "181", 9, false};
+        QTest::newRow("malformed vehicle file") << OpeningRow{[](Folder& f) {
             writeFile(f.file("v1.fzd"), QByteArray::fromStdString(CodeDecode("KLEMME15-1-2", kCodecKey) + "\r\n"));
-        }) << "1" << "181" << 9 << true;
-        QTest::newRow("empty switch list below 181") << Setup([](Folder& f) {
+        }, "1", "181", 9, true};
+        QTest::newRow("empty switch list below 181") << OpeningRow{[](Folder& f) {
             writeFile(f.file("v1.fzd"), QByteArray::fromStdString(encodeVehicleData(
                                             "Drehzahl-" + kRpm + "-" + kZero + "-DREHZAHL-0-1-DISPLAY")));
-        }) << "1" << "180" << 380 << true;
+        }, "1", "180", 380, true};
         // Speed and switching bytes map through the lists (checked in test_config_image); one
         // beyond them ends the opening.
-        QTest::newRow("speed byte beyond the list") << Setup([](Folder& f) {
+        QTest::newRow("speed byte beyond the list") << OpeningRow{[](Folder& f) {
             Bytes image = editorImage();
             image[153] = 5;
             writeFile(f.file("1A2B3C4D.eep"), q(image));
-        }) << "1" << "181" << 380 << true;
-        QTest::newRow("opens") << none << " 1 " << "181" << 0 << true;
+        }, "1", "181", 380, true};
+        QTest::newRow("opens") << OpeningRow{none, " 1 ", "181", 0, true};
     }
     void fatalOpening()
     {
-        QFETCH(std::function<void(Folder&)>, setup);
-        QFETCH(QString, ecutyp);
-        QFETCH(QString, btversion);
-        QFETCH(int, error);
-        QFETCH(bool, lastsel);
+        QFETCH(OpeningRow, row);
         Folder folder(editorImage());
-        setup(folder);
-        QCOMPARE(errorOf([&] { folder.open(ecutyp.toStdString(), btversion.toStdString()); }), error);
-        QCOMPARE(QFile::exists(folder.file("lastsel.inc")), lastsel);
-        if (lastsel)
+        row.setup(folder);
+        QCOMPARE(errorOf([&] { folder.open(row.ecutyp, row.btversion); }), row.error);
+        QCOMPARE(QFile::exists(folder.file("lastsel.inc")), row.lastsel);
+        if (row.lastsel)
             QCOMPARE(folder.bytes("lastsel.inc"), QByteArray(" 1 \r\n"));
     }
 

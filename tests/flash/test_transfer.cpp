@@ -20,10 +20,20 @@ Bytes pattern(std::size_t size)
         b[i] = std::uint8_t(i * 13 + 7);
     return b;
 }
+
+// A whole transfer: file length, firmware (else configuration) parameters, garbage before the
+// echo, bootloader faults, then the outcome, blocks accepted and the last step shown.
+struct TransferRow {
+    int length;
+    bool firmware, garbageEcho;
+    sim::BootFaults faults;
+    TransferOutcome outcome;
+    int accepted;
+    QString lastStep;
+};
 } // namespace
 
-Q_DECLARE_METATYPE(veltro::sim::BootFaults)
-Q_DECLARE_METATYPE(veltro::TransferOutcome)
+Q_DECLARE_METATYPE(TransferRow)
 
 class TestTransfer : public QObject {
     Q_OBJECT
@@ -61,43 +71,32 @@ private slots:
     // Whole transfers against the virtual controller's bootloader over a pty.
     void transfer_data()
     {
-        QTest::addColumn<int>("length");
-        QTest::addColumn<bool>("firmware");
-        QTest::addColumn<bool>("garbageEcho");
-        QTest::addColumn<sim::BootFaults>("faults");
-        QTest::addColumn<TransferOutcome>("outcome");
-        QTest::addColumn<int>("accepted");
-        QTest::addColumn<QString>("lastStep");
+        QTest::addColumn<TransferRow>("row");
         using Faults = sim::BootFaults;
         using Outcome = TransferOutcome;
         const QString flashed = "Erfolgreich geflasht!";
         const QString retry = "Retry error!";
-        QTest::newRow("128 bytes, 2 blocks") << 128 << false << false << Faults{} << Outcome::Success << 2
-                                             << "Erfolgreich übertragen!";
+        QTest::newRow("128 bytes, 2 blocks") << TransferRow{128, false, false, {}, Outcome::Success, 2,
+                                                            "Erfolgreich übertragen!"};
         QTest::newRow("ten NAKs spread over blocks")
-            << 600 << true << false << Faults{.nakBlock = {{1, 3}, {3, 4}, {5, 3}}} << Outcome::Success << 5 << flashed;
-        QTest::newRow("the eleventh NAK") << 600 << true << false << Faults{.nakBlock = {{2, 6}, {4, 5}}}
-                                          << Outcome::RetryError << 3 << retry;
-        QTest::newRow("no answer to block 2") << 600 << true << false << Faults{.silentFromBlock = 2}
-                                              << Outcome::RetryError << 1 << retry;
-        QTest::newRow("garbled answer is no answer") << 600 << true << false << Faults{.garbledBlock = 2}
-                                                     << Outcome::RetryError << 1 << retry;
-        QTest::newRow("unplugged after block 2") << 600 << true << false << Faults{.unplugAfterBlock = 2}
-                                                 << Outcome::Error << 2 << "Verbindung zum Controller unterbrochen!";
+            << TransferRow{600, true, false, Faults{.nakBlock = {{1, 3}, {3, 4}, {5, 3}}}, Outcome::Success, 5, flashed};
+        QTest::newRow("the eleventh NAK")
+            << TransferRow{600, true, false, Faults{.nakBlock = {{2, 6}, {4, 5}}}, Outcome::RetryError, 3, retry};
+        QTest::newRow("no answer to block 2")
+            << TransferRow{600, true, false, Faults{.silentFromBlock = 2}, Outcome::RetryError, 1, retry};
+        QTest::newRow("garbled answer is no answer")
+            << TransferRow{600, true, false, Faults{.garbledBlock = 2}, Outcome::RetryError, 1, retry};
+        QTest::newRow("unplugged after block 2") << TransferRow{600, true, false, Faults{.unplugAfterBlock = 2},
+                                                                Outcome::Error, 2, "Verbindung zum Controller unterbrochen!"};
         QTest::newRow("echo with other characters is no reset")
-            << 10 << false << true << Faults{} << Outcome::ResetNotRecognised << 0 << "Reset nicht erkannt!";
-        QTest::newRow("768 blocks") << 98176 << true << false << Faults{} << Outcome::Error << 767
-                                    << "Abbruch: das Abbild ist zu groß für den Bootloader (mehr als 767 Blöcke)";
+            << TransferRow{10, false, true, {}, Outcome::ResetNotRecognised, 0, "Reset nicht erkannt!"};
+        QTest::newRow("768 blocks") << TransferRow{98176, true, false, {}, Outcome::Error, 767,
+                                                   "Abbruch: das Abbild ist zu groß für den Bootloader (mehr als 767 Blöcke)"};
     }
     void transfer()
     {
-        QFETCH(int, length);
-        QFETCH(bool, firmware);
-        QFETCH(bool, garbageEcho);
-        QFETCH(sim::BootFaults, faults);
-        QFETCH(TransferOutcome, outcome);
-        QFETCH(int, accepted);
-        QFETCH(QString, lastStep);
+        QFETCH(TransferRow, row);
+        const auto& [length, firmware, garbageEcho, faults, outcome, accepted, lastStep] = row;
         SimPorts ports;
         auto& c = ports.add(3);
         if (garbageEcho)

@@ -1,23 +1,16 @@
 // The controller model without a pty: bootloader frame rules, fault knobs, the text terminal.
 // Line pacing and stream text are exercised over the pty by the window's terminal road.
 #include "sim/device_model.h"
+#include "sim_bytes.h"
 
 #include <QtTest>
 
-#include <functional>
 #include <numeric>
 #include <string_view>
 
 using namespace veltro::sim;
-using namespace std::chrono_literals;
-
-using Setup = std::function<void(DeviceModel&)>;
-Q_DECLARE_METATYPE(veltro::sim::Bytes)
-Q_DECLARE_METATYPE(Setup)
 
 namespace {
-
-const Clock::time_point T0 = Clock::time_point{} + 1h;
 
 // Block n as the tool sends it: block byte n mod 256; (SOH + n + complement) mod 256 is 0 for
 // blocks 1-255, 255 for 256-510 and 254 for 511-765; the checksum adds the data to that.
@@ -40,14 +33,6 @@ Setup faulty(Request request, const AnswerFaults& faults)
 Setup faultyBoot(const BootFaults& faults)
 {
     return [=](DeviceModel& m) { m.setBootFaults(faults); };
-}
-
-Bytes join(std::initializer_list<Bytes> parts)
-{
-    Bytes all;
-    for (const Bytes& p : parts)
-        all.insert(all.end(), p.begin(), p.end());
-    return all;
 }
 
 Bytes text(std::string_view s)
@@ -84,7 +69,17 @@ Bytes drive(DeviceModel& m, const Bytes& script)
     return out;
 }
 
+// Terminal bytes in, bytes sent back, then the complete lines, the half line and the boot mode.
+struct TerminalRow {
+    Bytes script, expected;
+    QStringList lines;
+    QString partial;
+    int bootMode = 0;
+};
+
 } // namespace
+
+Q_DECLARE_METATYPE(TerminalRow)
 
 class TestDeviceModel : public QObject {
     Q_OBJECT
@@ -162,40 +157,29 @@ private slots:
     // mode bytes count only at the start of one, a request byte drops a half line.
     void terminal_data()
     {
-        QTest::addColumn<Bytes>("script");
-        QTest::addColumn<Bytes>("expected");
-        QTest::addColumn<QStringList>("lines");
-        QTest::addColumn<QString>("partial");
-        QTest::addColumn<int>("bootMode");
+        QTest::addColumn<TerminalRow>("row");
         const Bytes ser = reply("SERIAL 1A2B3C4D\r\n");
-        QTest::newRow("unknown line") << text("hello world\r") << reply("OK hello world\r\n")
-                                      << QStringList{"hello world"} << "" << 0;
-        QTest::newRow("no CR: no answer") << text("abc") << Bytes{} << QStringList{} << "abc" << 0;
-        QTest::newRow("'{' and '|' inside a line") << text("a{|\r") << reply("OK a{|\r\n") << QStringList{"a{|"}
-                                                   << "" << 0;
-        QTest::newRow("'{' on an empty line") << text("{") << Bytes{0x7B, 0x15} << QStringList{} << "" << 0x7B;
-        QTest::newRow("'|' after a line") << text("ser\r|") << join({ser, {0x7C, 0x15}}) << QStringList{"ser"} << ""
-                                          << 0x7C;
+        QTest::newRow("unknown line") << TerminalRow{text("hello world\r"), reply("OK hello world\r\n"), {"hello world"}};
+        QTest::newRow("no CR: no answer") << TerminalRow{text("abc"), {}, {}, "abc"};
+        QTest::newRow("'{' and '|' inside a line") << TerminalRow{text("a{|\r"), reply("OK a{|\r\n"), {"a{|"}};
+        QTest::newRow("'{' on an empty line") << TerminalRow{text("{"), {0x7B, 0x15}, {}, "", 0x7B};
+        QTest::newRow("'|' after a line") << TerminalRow{text("ser\r|"), join({ser, {0x7C, 0x15}}), {"ser"}, "", 0x7C};
         QTest::newRow("word drops the half line, then '{'")
-            << join({text("x"), {128}, text("{")}) << Bytes{128, 0x34, 0x12, 0x7B, 0x15} << QStringList{} << "" << 0x7B;
+            << TerminalRow{join({text("x"), {128}, text("{")}), {128, 0x34, 0x12, 0x7B, 0x15}, {}, "", 0x7B};
     }
     void terminal()
     {
-        QFETCH(Bytes, script);
-        QFETCH(Bytes, expected);
-        QFETCH(QStringList, lines);
-        QFETCH(QString, partial);
-        QFETCH(int, bootMode);
+        QFETCH(TerminalRow, row);
         DeviceModel m;
         m.setHandshakeDelay(0ms);
-        QCOMPARE(drive(m, script), expected);
+        QCOMPARE(drive(m, row.script), row.expected);
         QStringList got;
         for (const std::string& l : m.terminalLines())
             got << QString::fromStdString(l);
-        QCOMPARE(got, lines);
-        QCOMPARE(QString::fromStdString(m.partialLine()), partial);
-        QCOMPARE(int(m.boot().mode), bootMode);
-        QCOMPARE(m.received(), script);
+        QCOMPARE(got, row.lines);
+        QCOMPARE(QString::fromStdString(m.partialLine()), row.partial);
+        QCOMPARE(int(m.boot().mode), row.bootMode);
+        QCOMPARE(m.received(), row.script);
     }
 };
 

@@ -2,34 +2,21 @@
 // Frame contents and the pty side (line speed, bursts, split bodies) are exercised by the
 // tunnel window's virtual-controller test.
 #include "sim/virtual_controller.h"
+#include "sim_bytes.h"
 
 #include <QtTest>
 
 #include <cerrno>
 #include <fcntl.h>
-#include <functional>
 #include <termios.h>
 #include <unistd.h>
 
 using namespace veltro::sim;
-using namespace std::chrono_literals;
 
-using Setup = std::function<void(DeviceModel&)>;
 using Writes = std::vector<Bytes>;
-Q_DECLARE_METATYPE(veltro::sim::Bytes)
 Q_DECLARE_METATYPE(Writes)
-Q_DECLARE_METATYPE(Setup)
 
 namespace {
-
-const Clock::time_point T0 = Clock::time_point{} + 1h;
-
-Bytes join(std::initializer_list<Bytes> parts)
-{
-    Bytes all;
-    for (const Bytes& p : parts) all.insert(all.end(), p.begin(), p.end());
-    return all;
-}
 
 Bytes frame(std::uint32_t k) { return join({{0x7D, 0x78}, DeviceModel::tunnelFrameBody(k)}); }
 

@@ -1,6 +1,6 @@
 #include "app/main_window.h"
 
-#include "app/ui_reporter.h"
+#include "app/window_reporter.h"
 #include "app/window_dialogs.h"
 #include "device/device_info.h"
 #include "device/discovery.h"
@@ -364,9 +364,9 @@ void MainWindow::startupAfterScan()
     softwareUpdateCheck();
 }
 
-std::shared_ptr<UiReporter> MainWindow::makeReporter()
+std::shared_ptr<WindowReporter> MainWindow::makeReporter()
 {
-    return std::make_shared<UiReporter>(
+    return std::make_shared<WindowReporter>(
         [this](const QString& t) { setStatus(t); }, [this](const QString& t) { Add_Item(t); },
         [this](int p) {
             transferProgress->setVisible(true);
@@ -421,7 +421,7 @@ bool MainWindow::runDeviceJob(Work work, Done done)
     lockDeviceControls(true);
     // Both lambdas hold the reporter and the dialogs; the result handler runs last, on this
     // thread, so neither can go away under the worker whatever the window does meanwhile.
-    std::shared_ptr<UiReporter> reporter = makeReporter();
+    std::shared_ptr<WindowReporter> reporter = makeReporter();
     std::shared_ptr<Dialogs> jobDialogs = dialogs;
     jobs_.run<Result>([work, reporter, jobDialogs] { return work(*reporter, *jobDialogs); },
                       [this, done, reporter](Result r) {

@@ -27,7 +27,7 @@ class QAction;
 
 namespace veltro {
 
-class UiReporter;
+class WindowReporter;
 struct ScanEntry;
 struct ConnectResult;
 class Dialogs;
@@ -185,7 +185,7 @@ private:
     void startFirmwareCheck(const QString& hwrevision, const QString& btversion, const QString& firmware);
     void softwareUpdateCheck();
     void runSelfUpdate(const QString& versionText);
-    std::shared_ptr<UiReporter> makeReporter();
+    std::shared_ptr<WindowReporter> makeReporter();
     // Starts `work(reporter, dialogs)` on a worker thread as the one job on the device port.
     // The job owns its reporter and shares the dialogs until `done` has run on this thread
     // with the result, after the reporter's last texts are shown and the controls are back.

@@ -7,7 +7,6 @@
 #include <cstring>
 
 #ifdef Q_OS_UNIX
-#include <fcntl.h>
 #include <unistd.h>
 #endif
 #ifdef Q_OS_LINUX
@@ -32,27 +31,18 @@ bool isFatalPortError(QSerialPort::SerialPortError error)
     }
 }
 
-std::string portOpenFailureText(const std::string& location, QSerialPort::SerialPortError error, const QString& qtText)
+std::string portOpenFailureText(QSerialPort::SerialPortError error, const QString& qtText)
 {
     switch (error) {
     case QSerialPort::DeviceNotFoundError:
         return "Port nicht vorhanden";
-    case QSerialPort::PermissionError: {
-        // Qt reports a lock held by another program and missing rights alike; the device node
-        // itself tells them apart.
-#ifdef Q_OS_UNIX
-        const int fd = ::open(location.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK);
-        if (fd >= 0) {
-            ::close(fd);
-            return "Port wird von einem anderen Programm benutzt";
-        }
-        if (errno == EACCES || errno == EPERM)
+    case QSerialPort::PermissionError:
+        // Qt reports missing rights, a lock of another program and a line opened exclusively
+        // alike; only the system's text of the failed open tells them apart. The device is
+        // not opened again to ask: some controllers reset when their line is opened.
+        if (qtText == qt_error_string(EACCES) || qtText == qt_error_string(EPERM))
             return "Keine Berechtigung für den Port (Benutzer in die Gruppe dialout aufnehmen)";
-        if (errno == EBUSY)
-            return "Port wird von einem anderen Programm benutzt";
-#endif
-        return "Port wird von einem anderen Programm benutzt oder ist gesperrt";
-    }
+        return "Port wird von einem anderen Programm benutzt";
     case QSerialPort::OpenError:
         return "Port ist bereits geöffnet";
     default:
@@ -82,7 +72,7 @@ std::string openPort(QSerialPort& port, const std::string& location, qint32 baud
     port.setFlowControl(QSerialPort::NoFlowControl);
     if (port.open(QIODevice::ReadWrite))
         return {};
-    const std::string why = portOpenFailureText(location, port.error(), port.errorString());
+    const std::string why = portOpenFailureText(port.error(), port.errorString());
     port.clearError();
     return why;
 }

@@ -16,7 +16,7 @@ namespace veltro {
 bool isFatalPortError(QSerialPort::SerialPortError error);
 
 // Why a port could not be opened, in German: missing, held by another program, no rights.
-std::string portOpenFailureText(const std::string& location, QSerialPort::SerialPortError error, const QString& qtText);
+std::string portOpenFailureText(QSerialPort::SerialPortError error, const QString& qtText);
 
 // Opens `port` on `location` at baud,8,N,1 without flow control: "" when it is open, else why
 // not, in German ("Port nicht vorhanden" for an empty location).

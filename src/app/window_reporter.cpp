@@ -1,16 +1,16 @@
-#include "app/ui_reporter.h"
+#include "app/window_reporter.h"
 
 #include <QMetaObject>
 #include <QThread>
 
 namespace veltro {
 
-UiReporter::UiReporter(TextSink status, TextSink step, PercentSink percent, QObject* parent)
+WindowReporter::WindowReporter(TextSink status, TextSink step, PercentSink percent, QObject* parent)
     : QObject(parent), status_(std::move(status)), step_(std::move(step)), percent_(std::move(percent))
 {
 }
 
-void UiReporter::schedule()
+void WindowReporter::schedule()
 {
     // called with mutex_ held
     if (scheduled_) return;
@@ -18,21 +18,21 @@ void UiReporter::schedule()
     QMetaObject::invokeMethod(this, [this] { flush(); }, Qt::QueuedConnection);
 }
 
-void UiReporter::status(const std::string& text)
+void WindowReporter::status(const std::string& text)
 {
     std::lock_guard lock(mutex_);
     pendingStatus_ = QString::fromStdString(text);
     schedule();
 }
 
-void UiReporter::percent(int value)
+void WindowReporter::percent(int value)
 {
     std::lock_guard lock(mutex_);
     pendingPercent_ = value;
     schedule();
 }
 
-void UiReporter::step(const std::string& line)
+void WindowReporter::step(const std::string& line)
 {
     // Status texts reported before this line are shown before it.
     QString text = QString::fromStdString(line);
@@ -42,7 +42,7 @@ void UiReporter::step(const std::string& line)
     }, Qt::QueuedConnection);
 }
 
-void UiReporter::flush()
+void WindowReporter::flush()
 {
     std::optional<QString> s;
     std::optional<int> p;

@@ -13,12 +13,12 @@
 
 namespace veltro {
 
-class UiReporter : public QObject, public Reporter {
+class WindowReporter : public QObject, public Reporter {
     Q_OBJECT
 public:
     using TextSink = std::function<void(const QString&)>;
     using PercentSink = std::function<void(int)>;
-    UiReporter(TextSink status, TextSink step, PercentSink percent, QObject* parent = nullptr);
+    WindowReporter(TextSink status, TextSink step, PercentSink percent, QObject* parent = nullptr);
 
     void status(const std::string& text) override;
     void step(const std::string& line) override;

@@ -14,7 +14,8 @@ class TestDiscovery : public QObject {
     Q_OBJECT
 private slots:
     // One scan over controllers, silent ports, a firmware word with its top bit set, a checksum
-    // error, a number whose device is missing and a port another program holds.
+    // error on the last port number, a number beyond it, a number whose device is missing and a
+    // port another program holds.
     void scanMix()
     {
         SimPorts ports;
@@ -22,7 +23,8 @@ private slots:
         ports.addSilent(5);
         ports.add(7).setFirmware(200);
         ports.add(9).setFirmware(0x8001);
-        ports.add(11).setFaults(sim::Request::Identify, sim::AnswerFaults{.wrongChecksum = true});
+        ports.add(99).setFaults(sim::Request::Identify, sim::AnswerFaults{.wrongChecksum = true});
+        ports.add(100); // beyond the last port number: never scanned
         ports.addSilent(1);
         ports.add(12);
         QtSerialLink holder(ports.at(12).path());
@@ -43,8 +45,8 @@ private slots:
         }
         // The chooser's texts and List3's numbers stay index by index side by side.
         QCOMPARE(texts, QStringList({"COM1 verfügbar", "VELTRO FW V166 (COMPORT: 3)", "COM5 verfügbar",
-                                     "VELTRO FW V200 (COMPORT: 7)", "COM9 verfügbar", "COM11 verfügbar"}));
-        QCOMPARE(numbers, QList<int>({1, 3, 5, 7, 9, 11}));
+                                     "VELTRO FW V200 (COMPORT: 7)", "COM9 verfügbar", "COM99 verfügbar"}));
+        QCOMPARE(numbers, QList<int>({1, 3, 5, 7, 9, 99}));
         QCOMPARE(scan.selected, 3); // the last controller found: port 7
         // Each entry was handed on when its own probe ended: the answering ports long before
         // the two silent ones, which hold out for the whole echo wait.

@@ -69,6 +69,8 @@ private slots:
         QTest::newRow("server drops the connection after the login") << image << "FILE" << kPassword << "drop"
                                                                       << kMailbox
                                                                       << "Verbindung zum Mailserver unterbrochen";
+        QTest::newRow("server refuses for now") << image << "FILE" << kPassword << "busy" << kMailbox
+                                                << "Mailserver lehnt ab (Antwort 451)";
         // Ended by cancelAllTransfers() from another thread once the server holds the mail;
         // its own time-out is set to a minute for this row.
         QTest::newRow("server never confirms the mail, tool closes") << image << "FILE" << kPassword << "stall"
@@ -80,6 +82,8 @@ private slots:
                                             << "Empfängeradresse ungültig (Zeilenumbruch)";
         QTest::newRow("mailbox with a blank") << image << "FILE" << kPassword << "smtp" << "support @veltro.example"
                                               << "Empfängeradresse ungültig (Leerzeichen)";
+        QTest::newRow("mailbox with DEL") << image << "FILE" << kPassword << "smtp" << "support\x7f@veltro.example"
+                                          << "Empfängeradresse ungültig (Steuerzeichen)";
         QTest::newRow("mailbox with a bracket") << image << "FILE" << kPassword << "smtp" << "evil@veltro.example>"
                                                 << "Empfängeradresse ungültig (spitze Klammer)";
     }
@@ -143,7 +147,11 @@ private slots:
         QCOMPARE(m["subject"].toString(), QString("Nachricht VELTRO S/N:1A2B3C4D"));
         QCOMPARE(m["header_from"].toString(), QString("support@veltro.example"));
         QCOMPARE(m["to"].toArray().first().toString(), QString("support@veltro.example"));
-        QVERIFY(m["date"].toBool() && m["message_id"].toBool());
+        QVERIFY(m["message_id"].toBool());
+        // Sent just now: the header's day is today's or, around midnight, yesterday's.
+        const QDateTime date = QDateTime::fromString(m["date"].toString(), Qt::RFC2822Date);
+        QVERIFY2(date.isValid(), qPrintable(m["date"].toString()));
+        QVERIFY(date.daysTo(QDateTime::currentDateTimeUtc()) <= 1 && date <= QDateTime::currentDateTimeUtc());
         QCOMPARE(m["body"].toString().trimmed(), QString("Datenlog anbei"));
         const QJsonArray parts = m["attachments"].toArray();
         if (path != "FILE") {

@@ -65,9 +65,10 @@ private slots:
         std::unique_ptr<QTcpSocket> peer(server.nextPendingConnection());
         QCOMPARE(client.socket()->socketOption(S::LowDelayOption).toInt(), 1);
 
+        // Out at once, not on the next turn of the event loop: the peer's blocking wait sees it.
         QVERIFY(client.send("to the server"));
-        QByteArray got;
-        QTRY_COMPARE(got += peer->readAll(), QByteArray("to the server"));
+        QVERIFY(peer->waitForReadyRead(5000));
+        QCOMPARE(peer->readAll(), QByteArray("to the server"));
         QSignalSpy arrived(&client, &TcpClient::dataArrived);
         peer->write("to the tool");
         QVERIFY(arrived.wait(5000));
@@ -83,7 +84,7 @@ private slots:
     }
 
     // Connects that cannot succeed all end in 9: a refused port, the host of an empty record,
-    // a port that is not a number, and a server that never accepts.
+    // a port that is not a number or beyond 65535, and a server that never accepts.
     void failedConnects()
     {
         quint16 closedPort = 0;
@@ -98,6 +99,11 @@ private slots:
         client.connectTo("...", 4000);
         QTRY_COMPARE(client.state(), 9);
         client.connectTo("127.0.0.1", -1);
+        QCOMPARE(client.state(), 9);
+        // A record's port beyond 16 bits would wrap to another port, here one that listens.
+        QTcpServer listening;
+        QVERIFY(listening.listen(QHostAddress::LocalHost, 0));
+        client.connectTo("127.0.0.1", 65536 + listening.serverPort());
         QCOMPARE(client.state(), 9);
         client.close();
         QCOMPARE(client.state(), 0);

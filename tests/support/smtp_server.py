@@ -3,12 +3,12 @@
 
 Usage: smtp_server.py USER PASSWORD LOGFILE [CERT KEY]
 
-Prints {"smtp": port, "silent": port, "drop": port, "stall": port} once listening: "smtp"
-speaks SMTP with AUTH LOGIN for USER/PASSWORD on a plain connection; "silent" accepts
-connections and never says a word; "drop" takes the login and closes the connection at the
-sender's address; "stall" takes the whole mail, logs it and never answers its end. With CERT
-and KEY the servers offer STARTTLS.
-Each message is one JSON line in LOGFILE: authenticated, login, from, to, subject, date and
+Prints {"smtp": port, "silent": port, "drop": port, "stall": port, "busy": port} once
+listening: "smtp" speaks SMTP with AUTH LOGIN for USER/PASSWORD on a plain connection;
+"silent" accepts connections and never says a word; "drop" takes the login and closes the
+connection at the sender's address; "busy" refuses the sender for now (451); "stall" takes the
+whole mail, logs it and never answers its end. With CERT and KEY the servers offer STARTTLS.
+Each message is one JSON line in LOGFILE: authenticated, login, from, to, subject, the Date header,
 message_id present, body, attachments [{filename, data (base64)}]. Ends when stdin closes.
 """
 import asyncio
@@ -45,6 +45,8 @@ class Handler:
         if self.mode == "drop":
             server.transport.close()
             await asyncio.sleep(3600)  # cancelled as the connection goes
+        if self.mode == "busy":
+            return "451 4.3.0 Try again later"
         envelope.mail_from = address
         envelope.mail_options.extend(mail_options)
         return "250 OK"
@@ -66,7 +68,7 @@ class Handler:
             "mechanism": getattr(session, "veltro_mechanism", ""),
             "from": envelope.mail_from, "to": envelope.rcpt_tos,
             "subject": str(msg["Subject"] or ""), "header_from": str(msg["From"] or ""),
-            "header_to": str(msg["To"] or ""), "date": msg["Date"] is not None,
+            "header_to": str(msg["To"] or ""), "date": str(msg["Date"] or ""),
             "message_id": msg["Message-ID"] is not None, "body": body, "attachments": attachments,
         }
         with open(LOG, "a") as log:
@@ -84,7 +86,7 @@ async def silent(reader, writer):
 async def main():
     loop = asyncio.get_running_loop()
     ports = {}
-    for mode in ("smtp", "drop", "stall"):
+    for mode in ("smtp", "drop", "stall", "busy"):
         server = await loop.create_server(
             lambda mode=mode: SMTP(Handler(mode), authenticator=authenticator, auth_require_tls=False,
                                    tls_context=TLS, require_starttls=False), "127.0.0.1", 0)

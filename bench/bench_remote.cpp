@@ -10,7 +10,7 @@
 // own threads with plain sockets, so the window's event loop serves only the tool.
 // Exits 1 only when a path does not work (no connection, a reply missing for 5 s).
 #include "bench_support.h"
-#include "app/main_window.h"
+#include "app/window/main_window.h"
 #include "terminal_window.h"
 #include "platform/tcp_client.h"
 #include "sim/virtual_controller.h"
@@ -204,13 +204,13 @@ int main(int argc, char** argv)
     MainWindow w;
     if (!openTerminalWindow(w, device.path(), home.path().toStdString()))
         return 1;
-    QSignalSpy handled(&w, &MainWindow::remoteRecordHandled);
-    w.Command9_Click();
-    if (!handled.wait(10000) || !QTest::qWaitFor([&] { return w.laststatus->text() == "7"; }, kWaitMs)) {
+    QSignalSpy handled(w.telnet, &TerminalPanel::remoteRecordHandled);
+    w.telnet->Command9_Click();
+    if (!handled.wait(10000) || !QTest::qWaitFor([&] { return w.state.laststatus == "7"; }, kWaitMs)) {
         web.stop();
         std::fprintf(stderr, "bench_remote: the tool did not connect to the service server at port %d "
                              "(laststatus %s, web server saw \"%s\")\n",
-                     toolPort, qPrintable(w.laststatus->text()), web.request.c_str());
+                     toolPort, qPrintable(w.state.laststatus), web.request.c_str());
         return 1;
     }
 

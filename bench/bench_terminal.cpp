@@ -7,7 +7,7 @@
 // bytes the terminal's text holds; the view keeps only the newest lines, so the peak should stay
 // near what the text itself needs.
 // `bench_terminal MB` streams another amount.
-#include "app/main_window.h"
+#include "app/window/main_window.h"
 #include "terminal_window.h"
 #include "sim/virtual_controller.h"
 
@@ -64,7 +64,7 @@ int main(int argc, char** argv)
         return 1;
 
     const std::size_t mb = 1 << 20;
-    const std::size_t start = w.terminalText().text().size();
+    const std::size_t start = w.telnet->terminalText().text().size();
     QTimer::singleShot(500, &app, &QApplication::quit); // the window settles with the terminal open
     app.exec();
     const double idleMb = statusMb("VmRSS");
@@ -73,7 +73,7 @@ int main(int argc, char** argv)
     double lastWall = wallMs(), lastCpu = threadCpuMs();
     QTimer poll;
     QObject::connect(&poll, &QTimer::timeout, [&] {
-        while (w.terminalText().text().size() - start >= (wall.size() + 1) * mb) {
+        while (w.telnet->terminalText().text().size() - start >= (wall.size() + 1) * mb) {
             const double nowWall = wallMs(), nowCpu = threadCpuMs();
             wall.push_back(nowWall - lastWall);
             cpu.push_back(nowCpu - lastCpu);
@@ -98,7 +98,7 @@ int main(int argc, char** argv)
                 double(megabytes) * mb / (wallSum / 1e3), 100.0 * cpuSum / wallSum);
     std::printf("  last MB / first MB: wall %.2f x, CPU %.2f x (target: <= 1.2 x, under 20 %% of a core)\n",
                 wall.back() / wall.front(), cpu.back() / cpu.front());
-    const double heldMb = double(w.terminalText().text().size()) / mb;
+    const double heldMb = double(w.telnet->terminalText().text().size()) / mb;
     const double peakMb = statusMb("VmHWM");
     std::printf("  RSS idle before the stream %.1f MB, peak %.1f MB, now %.1f MB; the text holds %.1f MB\n", idleMb,
                 peakMb, statusMb("VmRSS"), heldMb);

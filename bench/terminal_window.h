@@ -2,7 +2,7 @@
 // For the benchmarks that run the main window's terminal: the machine's ports left out, the
 // virtual controller at `ptyPath` as port 4, no update server; the window started, connected
 // and its terminal opened. False (with a line on stderr) when the terminal port did not open.
-#include "app/main_window.h"
+#include "app/window/main_window.h"
 
 #include <QSerialPort>
 #include <QSignalSpy>
@@ -26,7 +26,7 @@ inline bool openTerminalWindow(veltro::MainWindow& w, const std::string& ptyPath
     w.verbinden_Click();
     connected.wait(30000);
     w.Command1_Click();
-    if (!w.MSComm3->isOpen())
+    if (!w.telnet->MSComm3->isOpen())
         std::fprintf(stderr, "the terminal port did not open\n");
-    return w.MSComm3->isOpen();
+    return w.telnet->MSComm3->isOpen();
 }

@@ -1,6 +1,5 @@
 #include "app/demo.h"
 
-#include "app/main_window.h"
 #include "device/protocol.h"
 #include "editor/demo_catalogue.h"
 #include "platform/port_numbering.h"
@@ -173,14 +172,11 @@ DemoSetup::DemoSetup() : impl_(std::make_unique<Impl>())
 
 DemoSetup::~DemoSetup() = default;
 
-void DemoSetup::attach(MainWindow& window)
+void DemoSetup::setTunnelOpen(bool open)
 {
-    sim::VirtualController& c = impl_->controller;
-    QObject::connect(&window, &MainWindow::tunnelOpened, &window, [&c] {
-        c.setTunnelMode(true);
-        c.setTunnelFrameRate(2);
-    });
-    QObject::connect(&window, &MainWindow::tunnelClosed, &window, [&c] { c.setTunnelMode(false); });
+    impl_->controller.setTunnelMode(open);
+    if (open)
+        impl_->controller.setTunnelFrameRate(2);
 }
 
 int DemoSetup::tunnelServerPort() const

@@ -11,14 +11,12 @@
 
 namespace veltro {
 
-class MainWindow;
-
 class DemoSetup {
 public:
     DemoSetup();
     ~DemoSetup();
-    // Switches the controller to the CAN interface while the window's tunnel is open.
-    void attach(MainWindow& window);
+    // The controller is the CAN interface while the tunnel window is open.
+    void setTunnelOpen(bool open);
     int tunnelServerPort() const;
     int portNumber() const { return port_; }
     const std::string& programFolder() const { return folder_; }

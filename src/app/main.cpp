@@ -1,6 +1,6 @@
 #include "app/demo.h"
-#include "app/main_window.h"
 #include "app/translations.h"
+#include "app/window/main_window.h"
 #include "platform/cancel.h"
 #include "platform/job_runner.h"
 
@@ -31,8 +31,10 @@ int main(int argc, char** argv)
         demoSetup = std::make_unique<veltro::DemoSetup>();
 
     auto window = std::make_unique<veltro::MainWindow>();
-    if (demoSetup)
-        demoSetup->attach(*window);
+    if (veltro::DemoSetup* d = demoSetup.get()) {
+        QObject::connect(window.get(), &veltro::MainWindow::tunnelOpened, [d] { d->setTunnelOpen(true); });
+        QObject::connect(window.get(), &veltro::MainWindow::tunnelClosed, [d] { d->setTunnelOpen(false); });
+    }
     window->show();
     window->Form_Load();
     const int rc = app.exec();

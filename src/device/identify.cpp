@@ -106,6 +106,13 @@ std::string olderFirmwareCaption(int minor)
     return minor < 10 ? "FIRMWARE V1.0" + std::to_string(minor) : "FIRMWARE V1." + std::to_string(minor);
 }
 
+std::string connectProblemText(const ConnectResult& r)
+{
+    if (r.outcome != ConnectOutcome::PortFailed || r.portError.empty())
+        return {};
+    return r.portError == kLinkLostText ? r.portError : "Com-Port kann nicht geöffnet werden: " + r.portError;
+}
+
 std::string firmwareInfoPath(const std::string& hwrevision, const std::string& btversion)
 {
     return "/fwupdate/VELTRO_" + hwrevision + "_" + btversion + ".txt";

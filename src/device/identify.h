@@ -49,6 +49,10 @@ std::string saveImageFile(const std::string& folder, const std::string& serial, 
 // The firmware caption of an older-layout image: minor 7 gives "FIRMWARE V1.07".
 std::string olderFirmwareCaption(int minor);
 
+// Why a connect could not use its port, as the connect panel says it: a port that would not
+// open, or a controller that went away. Empty when the port was not the problem.
+std::string connectProblemText(const ConnectResult& r);
+
 // The firmware information path on the update server: "/fwupdate/VELTRO_3_180.txt".
 std::string firmwareInfoPath(const std::string& hwrevision, const std::string& btversion);
 

@@ -91,7 +91,8 @@ private slots:
     {
         Window win;
         MainWindow& w = win.w;
-        demo_->attach(w);
+        connect(&w, &MainWindow::tunnelOpened, this, [this] { demo_->setTunnelOpen(true); });
+        connect(&w, &MainWindow::tunnelClosed, this, [this] { demo_->setTunnelOpen(false); });
         win.connectNow();
         QTest::mouseClick(w.Command6, Qt::LeftButton);
         Form3* tunnel = w.tunnel();
@@ -107,7 +108,7 @@ private slots:
         QCOMPARE(w.statusText(), QString("CHECKSUMME OK - VERBUNDEN!"));
 
         QTest::mouseClick(w.Command1, Qt::LeftButton);
-        QTest::mouseClick(w.Command9, Qt::LeftButton);
+        QTest::mouseClick(w.telnet->Command9, Qt::LeftButton);
         const auto text = [&w] { return terminalBytes(w); };
         const QByteArray request = "++DOWNLOAD DEVICE EEPROM...";
         const auto afterRequest = [&] { return text().mid(std::max(text().indexOf(request), qsizetype(0))); };
@@ -120,7 +121,7 @@ private slots:
         QVERIFY(afterRequest().contains("\r\nFIRMWARE "));
         QCOMPARE(shown.count(request), 1);
         QCOMPARE(shown.count("OK "), 1); // nothing the controller printed went back to it
-        QCOMPARE(w.laststatus->text(), QString("7"));
+        QCOMPARE(w.state.laststatus, QString("7"));
     }
 };
 

@@ -2,6 +2,7 @@
 #include "editor/form2.h"
 #include "flash/transfer.h"
 #include "platform/windows1252.h"
+#include "util/twips.h"
 #include "sim_ports.h"
 #include "window_fixture.h"
 
@@ -62,7 +63,7 @@ private slots:
         QVERIFY(w.Command100->isEnabled() && w.Command17->isEnabled());
         QCOMPARE(w.size(), QSize(tw(3800), tw(4380)));
         w.telnet->setVisible(true);
-        w.Command2_Click();
+        w.telnet->Command2_Click();
         QCOMPARE(w.size(), QSize(tw(3780), tw(4380)));
         QVERIFY(!w.telnet->isVisible());
     }
@@ -104,6 +105,18 @@ private slots:
                  QStringList({"SERIENNUMMER: 0F0B1703", "FIRMWARE V166", "HARDWAREVERSION: V3"}));
         QCOMPARE(w.state.ECUTYP, QString("2"));
         QCOMPARE(QFileInfo(ports.homePath() + "/0F0B1703.eep").size(), 1026);
+        // A screen reader finds the panels and their controls by their captions.
+        const auto controls = accessibleControls(&w);
+        for (const auto& [role, name] : std::initializer_list<std::pair<QAccessible::Role, QString>>{
+                 {QAccessible::Grouping, "Verbindung mit VELTRO herstellen:"}, {QAccessible::StaticText, "COM-PORT:"},
+                 {QAccessible::Button, "VERBINDEN"}, {QAccessible::Button, "LISTE AKTUALISIEREN"},
+                 {QAccessible::Button, "RECOVERY"}, {QAccessible::Grouping, "Konfiguration"},
+                 {QAccessible::StaticText, "SERIENNUMMER: 0F0B1703"}, {QAccessible::Button, "FIRMWARE-UPDATE"},
+                 {QAccessible::Button, "CONFIG-UPLOAD"}, {QAccessible::Button, "DISPLAY KONFIGURIEREN"},
+                 {QAccessible::Button, "CAN-BUS TUNNEL"}, {QAccessible::Button, "TELNET TERMINAL"},
+                 {QAccessible::Button, "VERBINDUNG TRENNEN"}, {QAccessible::Grouping, "VELTRO (ältere Form)"},
+                 {QAccessible::Button, "FIRMWARE-UPDATE (ÄLTERE FORM)"}})
+            QVERIFY2(controls.contains({int(role), name}), qPrintable(name));
 
         // "VERBINDUNG TRENNEN": the job has closed the port already; back to the connect panel.
         w.Timer3->start();
@@ -492,8 +505,14 @@ private slots:
         MainWindow& w = win.w;
         win.connectNow();
         QTest::mouseClick(w.Command1, Qt::LeftButton);
-        QVERIFY(w.telnet->isVisible() && w.MSComm3->isOpen());
+        QVERIFY(w.telnet->isVisible() && w.telnet->MSComm3->isOpen());
         QCOMPARE(w.width(), tw(10200));
+        const auto controls = accessibleControls(w.telnet);
+        for (const auto& [role, name] : std::initializer_list<std::pair<QAccessible::Role, QString>>{
+                 {QAccessible::Grouping, "TELNET - TERMINAL"}, {QAccessible::EditableText, "TELNET - TERMINAL"},
+                 {QAccessible::EditableText, "Eingabe"}, {QAccessible::Button, "REMOTE"},
+                 {QAccessible::Button, "BERICHT SENDEN"}, {QAccessible::Button, "BEENDEN"}})
+            QVERIFY2(controls.contains({int(role), name}), qPrintable(name));
         QCOMPARE(terminalBytes(w),
                  QByteArray("\rTERMINAL READY...\rSERIALNUMBER: 1A2B3C4D\r"));
 
@@ -502,11 +521,11 @@ private slots:
         for (const Typed& t : {Typed{"ver", false, "ver\r"}, Typed{"AT", true, "AT"}, Typed{"", false, "\r"},
                                Typed{"sendeeprom", false, "sendeeprom\r"}, Typed{"a{b", false, "a{b\r"}}) {
             const qsizetype before = qsizetype(c.received().size());
-            QTest::keyClicks(w.telnetsendbox, t.text);
+            QTest::keyClicks(w.telnet->telnetsendbox, t.text);
             if (t.escape)
-                QTest::keyClick(w.telnetsendbox, Qt::Key_Escape);
-            QTest::keyClick(w.telnetsendbox, Qt::Key_Return);
-            QVERIFY(w.telnetsendbox->text().isEmpty());
+                QTest::keyClick(w.telnet->telnetsendbox, Qt::Key_Escape);
+            QTest::keyClick(w.telnet->telnetsendbox, Qt::Key_Return);
+            QVERIFY(w.telnet->telnetsendbox->text().isEmpty());
             QTRY_COMPARE(qsizetype(c.received().size()), before + t.wire.size());
             const Bytes got = c.received();
             QCOMPARE(QByteArray(reinterpret_cast<const char*>(got.data()) + before, t.wire.size()), t.wire);
@@ -522,12 +541,12 @@ private slots:
         QTRY_VERIFY(terminalBytes(w).endsWith(stream));
         // The view shows the same last line (its own line breaks aside).
         const QByteArray lastLine = stream.trimmed().split('\n').last().split('\r').last();
-        QTRY_COMPARE(w.terminal->toPlainText().trimmed().split('\n').last(), QString::fromLatin1(lastLine));
+        QTRY_COMPARE(w.telnet->terminal->toPlainText().trimmed().split('\n').last(), QString::fromLatin1(lastLine));
 
         // BERICHT SENDEN: the file holds the terminal's text and CR LF; the mail carries it.
         const QByteArray text = terminalBytes(w);
-        QSignalSpy reported(&w, &MainWindow::reportFinished);
-        QTest::mouseClick(w.Command3, Qt::LeftButton);
+        QSignalSpy reported(w.telnet, &TerminalPanel::reportFinished);
+        QTest::mouseClick(w.telnet->Command3, Qt::LeftButton);
         QVERIFY(reported.wait(20000));
         const QByteArray log = readFile(ports.homePath() + "/terminal_log.txt");
         QCOMPARE(log, text + "\r\n");
@@ -541,7 +560,7 @@ private slots:
         // A mail server that is down: the file is still written, the reason stands where the
         // success text would.
         qputenv("VELTRO_SMTP", "127.0.0.1:9");
-        QTest::mouseClick(w.Command3, Qt::LeftButton);
+        QTest::mouseClick(w.telnet->Command3, Qt::LeftButton);
         QVERIFY(reported.wait(20000));
         QCOMPARE(reported.last().at(0).toString(), QString());
         QVERIFY(terminalBytes(w)
@@ -550,36 +569,36 @@ private slots:
         // The image mail to a mailbox that would add commands to the envelope: refused, and the
         // reason shown below its line, in the terminal's code page.
         qputenv("VELTRO_SUPPORT_MAIL", "support@veltro.example\r\nRCPT TO:<evil@veltro.example>");
-        QSignalSpy imageMailed(&w, &MainWindow::imageMailFinished);
-        QTest::keyClicks(w.telnetsendbox, "SENDEEPROM");
-        QTest::keyClick(w.telnetsendbox, Qt::Key_Return);
+        QSignalSpy imageMailed(w.telnet, &TerminalPanel::imageMailFinished);
+        QTest::keyClicks(w.telnet->telnetsendbox, "SENDEEPROM");
+        QTest::keyClick(w.telnet->telnetsendbox, Qt::Key_Return);
         QVERIFY(imageMailed.wait(20000));
         QCOMPARE(imageMailed.last().at(0).toString(), QString());
         const QString refused = "++MAIL NICHT GESENDET: Empfängeradresse ungültig (Zeilenumbruch)";
         const std::string shown = qStringToWindows1252("\r\n++SEND DEVICE EEPROM TO SERVER...\r\n" + refused);
         QVERIFY(terminalBytes(w).endsWith(QByteArray::fromStdString(shown)));
-        QTRY_VERIFY(w.terminal->toPlainText().endsWith(refused));
+        QTRY_VERIFY(w.telnet->terminal->toPlainText().endsWith(refused));
 
         // BEENDEN closes the port: another program can have it now, and the terminal cannot.
-        QTest::mouseClick(w.Command2, Qt::LeftButton);
-        QVERIFY(!w.MSComm3->isOpen() && !w.telnet->isVisible());
+        QTest::mouseClick(w.telnet->Command2, Qt::LeftButton);
+        QVERIFY(!w.telnet->MSComm3->isOpen() && !w.telnet->isVisible());
         {
             QSerialPort other(QString::fromStdString(c.path()));
             QVERIFY(other.open(QIODevice::ReadWrite));
             QTest::mouseClick(w.Command1, Qt::LeftButton);
-            QVERIFY(!w.MSComm3->isOpen());
-            QTRY_VERIFY(w.terminal->toPlainText().contains(
+            QVERIFY(!w.telnet->MSComm3->isOpen());
+            QTRY_VERIFY(w.telnet->terminal->toPlainText().contains(
                 "++TERMINAL: Com-Port 4 kann nicht geöffnet werden: Port wird von einem anderen Programm benutzt"));
         }
         // Pulled out while open: one line, and typing says the port is not open.
         QTest::mouseClick(w.Command1, Qt::LeftButton);
-        QVERIFY(w.MSComm3->isOpen());
+        QVERIFY(w.telnet->MSComm3->isOpen());
         c.unplug();
-        QTRY_VERIFY(!w.MSComm3->isOpen());
+        QTRY_VERIFY(!w.telnet->MSComm3->isOpen());
         QTest::qWait(200);
         QCOMPARE(terminalBytes(w).count("Verbindung zum Controller unterbrochen!"), 1);
-        QTest::keyClicks(w.telnetsendbox, "ver");
-        QTest::keyClick(w.telnetsendbox, Qt::Key_Return);
+        QTest::keyClicks(w.telnet->telnetsendbox, "ver");
+        QTest::keyClick(w.telnet->telnetsendbox, Qt::Key_Return);
         QVERIFY(terminalBytes(w).endsWith("++TERMINAL: Com-Port nicht offen\r\n"));
     }
 };

@@ -51,8 +51,8 @@ struct OpenTerminal {
     // "REMOTE", until its record has been handled.
     bool remote()
     {
-        QSignalSpy handled(&w, &MainWindow::remoteRecordHandled);
-        QTest::mouseClick(w.Command9, Qt::LeftButton);
+        QSignalSpy handled(w.telnet, &TerminalPanel::remoteRecordHandled);
+        QTest::mouseClick(w.telnet->Command9, Qt::LeftButton);
         return handled.wait(20000);
     }
 };
@@ -93,18 +93,18 @@ private slots:
         QTRY_VERIFY(terminalBytes(w).contains("SERIALNUMBER"));
 
         // A second click while the record is fetched is ignored: one request, one connection.
-        QSignalSpy handled(&w, &MainWindow::remoteRecordHandled);
-        QTest::mouseClick(w.Command9, Qt::LeftButton);
-        w.Command9_Click();
-        QVERIFY(!w.Command9->isEnabled());
+        QSignalSpy handled(w.telnet, &TerminalPanel::remoteRecordHandled);
+        QTest::mouseClick(w.telnet->Command9, Qt::LeftButton);
+        w.telnet->Command9_Click();
+        QVERIFY(!w.telnet->Command9->isEnabled());
         QVERIFY(handled.wait(20000));
         QCOMPARE(web.server.requestedPaths().filter("/CAN/"), QStringList{"/CAN/R_1A2B3C4D.dat"});
         QTRY_VERIFY(service.hasPendingConnections());
         std::unique_ptr<QTcpSocket> peer(service.nextPendingConnection());
-        QTRY_COMPARE(w.laststatus->text(), QString("7"));
+        QTRY_COMPARE(w.state.laststatus, QString("7"));
         QCOMPARE(linesSince(w, 0), (QStringList{"++CONNECTIONDATA FOUND!", "++BAUDRATE: 921600",
                                                   "++TRY TO CONNECT TO SERVER...", "++CONNECTED TO SERVER!"}));
-        QVERIFY(!w.Command9->isEnabled());
+        QVERIFY(!w.telnet->Command9->isEnabled());
         QVERIFY(!service.hasPendingConnections());
 
         // Device -> server: a long stream arrives unchanged.
@@ -135,7 +135,7 @@ private slots:
 
         // The two commands are answered by the tool; the controller hears nothing of them.
         atServer.clear();
-        QSignalSpy answered(&w, &MainWindow::remoteCommandAnswered);
+        QSignalSpy answered(w.telnet, &TerminalPanel::remoteCommandAnswered);
         peer->write("GETEEPROM\r");
         QVERIFY(answered.wait(20000));
         QTRY_COMPARE(serverGot(), QByteArray("++DOWNLOAD DEVICE EEPROM...\r"));
@@ -165,21 +165,21 @@ private slots:
 
         // The server closes: the line, "REMOTE" usable again, the poll still running.
         peer->close();
-        QTRY_COMPARE(w.laststatus->text(), QString("8"));
+        QTRY_COMPARE(w.state.laststatus, QString("8"));
         QCOMPARE(linesSince(w, 8), QStringList{"++REMOTE HOST CLOSED CONNECTION!"});
-        QVERIFY(w.Command9->isEnabled() && w.Timer4->isActive());
+        QVERIFY(w.telnet->Command9->isEnabled() && w.telnet->Timer4->isActive());
 
         // Again, with the service server gone: refused, "REMOTE" usable again.
         service.close();
         QVERIFY(t.remote());
-        QTRY_COMPARE(w.laststatus->text(), QString("9"));
+        QTRY_COMPARE(w.state.laststatus, QString("9"));
         const QStringList refused{"++CONNECTIONDATA FOUND!", "++BAUDRATE: 921600", "++TRY TO CONNECT TO SERVER...",
                                   "++TCP/IP-CONNECTION ERROR!"};
         QCOMPARE(linesSince(w, 9), refused);
-        QVERIFY(w.Command9->isEnabled());
+        QVERIFY(w.telnet->Command9->isEnabled());
         // Refused once more, the same state as before: said again, and "REMOTE" comes back.
         QVERIFY(t.remote());
-        QTRY_VERIFY(w.Command9->isEnabled());
+        QTRY_VERIFY(w.telnet->Command9->isEnabled());
         QCOMPARE(linesSince(w, 13), refused);
     }
 
@@ -196,7 +196,7 @@ private slots:
         QVERIFY(t.remote());
         QTRY_VERIFY(service.hasPendingConnections());
         std::unique_ptr<QTcpSocket> peer(service.nextPendingConnection());
-        QTRY_COMPARE(t.w.laststatus->text(), QString("7"));
+        QTRY_COMPARE(t.w.state.laststatus, QString("7"));
         const std::size_t before = t.c.received().size();
         QByteArray text;
         for (int i = 0; text.size() < 300 * 1024; ++i)
@@ -206,7 +206,7 @@ private slots:
         QCOMPARE(bytesOf(t.c.received()).mid(qsizetype(before)), text);
         QByteArray atServer;
         QTRY_VERIFY((atServer += peer->readAll()).contains("OK LINE " + QByteArray::number(text.count('\r') - 1).rightJustified(8, '0')));
-        QVERIFY(t.w.MSComm3->isOpen());
+        QVERIFY(t.w.telnet->MSComm3->isOpen());
         QVERIFY(!terminalBytes(t.w).contains("Verbindung zum Controller unterbrochen"));
     }
 
@@ -239,7 +239,7 @@ private slots:
         OpenTerminal t;
         QVERIFY(t.remote());
         QTRY_COMPARE(linesSince(t.w, 0), lines);
-        QTRY_VERIFY(t.w.Command9->isEnabled());
+        QTRY_VERIFY(t.w.telnet->Command9->isEnabled());
         qunsetenv("VELTRO_WEB_HTTP");
     }
 
@@ -254,8 +254,8 @@ private slots:
         QVERIFY(t.remote());
         QTRY_VERIFY(service.hasPendingConnections());
         std::unique_ptr<QTcpSocket> peer(service.nextPendingConnection());
-        QTRY_COMPARE(w.laststatus->text(), QString("7"));
-        QTest::mouseClick(w.Command2, Qt::LeftButton); // BEENDEN closes the terminal port
+        QTRY_COMPARE(w.state.laststatus, QString("7"));
+        QTest::mouseClick(w.telnet->Command2, Qt::LeftButton); // BEENDEN closes the terminal port
         const std::size_t before = t.c.received().size();
         const auto dropLines = [&] {
             return terminalBytes(w).count("Daten vom Server verworfen");
@@ -286,7 +286,7 @@ private slots:
         qputenv(mail ? "VELTRO_SMTP" : "VELTRO_WEB_HTTP", mail ? address : "http://" + address);
         qputenv("VELTRO_SUPPORT_MAIL", "support@veltro.example");
         auto t = std::make_unique<OpenTerminal>();
-        QTest::mouseClick(mail ? t->w.Command3 : t->w.Command9, Qt::LeftButton);
+        QTest::mouseClick(mail ? t->w.telnet->Command3 : t->w.telnet->Command9, Qt::LeftButton);
         QTRY_VERIFY(silent.hasPendingConnections());
         QElapsedTimer closing;
         closing.start();

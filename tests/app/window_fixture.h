@@ -1,6 +1,6 @@
 #pragma once
 // The main window as the window tests start it, and an update server for them.
-#include "app/main_window.h"
+#include "app/window/main_window.h"
 #include "local_http_server.h"
 #include "local_smtp_server.h"
 #include "scripted_dialogs.h"
@@ -26,7 +26,7 @@ inline void noUpdateServer()
 }
 
 // What the terminal holds, byte for byte.
-inline QByteArray terminalBytes(const MainWindow& w) { return QByteArray::fromStdString(w.terminalText().text()); }
+inline QByteArray terminalBytes(const MainWindow& w) { return QByteArray::fromStdString(w.telnet->terminalText().text()); }
 
 // An update server on 127.0.0.1 serving these files (path under the root -> content), with
 // the tool's server roots pointing at it.

@@ -26,8 +26,15 @@ struct ConnectRow {
     QStringList tail;
     QString portError;
 };
+// What a connect ended with and what the connect panel says about the port.
+struct ProblemRow {
+    ConnectOutcome outcome;
+    std::string portError;
+    QString shown;
+};
 } // namespace
 Q_DECLARE_METATYPE(ConnectRow)
+Q_DECLARE_METATYPE(ProblemRow)
 
 namespace {
 ConnectResult connectTo(sim::VirtualController& c, RecordingReporter& reporter)
@@ -116,6 +123,27 @@ private slots:
         QCOMPARE(s.at(3), QString::fromStdString(r.byteTexts.front()));
         QCOMPARE(s.at(3 + 1025), QString::fromStdString(r.byteTexts.back()));
         QCOMPARE(s.at(3 + 1025), QString::number(r.image[1025]));
+    }
+
+    // What the connect panel says about the port: why it would not open, or that the
+    // controller went away; nothing when the port was not the problem.
+    void connectProblem_data()
+    {
+        QTest::addColumn<ProblemRow>("row");
+        const auto failed = ConnectOutcome::PortFailed;
+        QTest::newRow("port missing") << ProblemRow{failed, "Port nicht vorhanden",
+                                                    "Com-Port kann nicht geöffnet werden: Port nicht vorhanden"};
+        QTest::newRow("controller gone") << ProblemRow{failed, kLinkLostText, kLinkLostText};
+        QTest::newRow("port failed without a reason") << ProblemRow{failed, "", ""};
+        QTest::newRow("no echo") << ProblemRow{ConnectOutcome::ResetNotRecognised, "", ""};
+    }
+    void connectProblem()
+    {
+        QFETCH(ProblemRow, row);
+        ConnectResult r;
+        r.outcome = row.outcome;
+        r.portError = row.portError;
+        QCOMPARE(QString::fromStdString(connectProblemText(r)), row.shown);
     }
 
     // The saved image holds positions 0..1025; a second connect overwrites it in place.

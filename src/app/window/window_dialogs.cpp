@@ -1,4 +1,4 @@
-#include "app/window_dialogs.h"
+#include "app/window/window_dialogs.h"
 
 #include <QApplication>
 #include <QFileDialog>

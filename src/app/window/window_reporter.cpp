@@ -1,4 +1,4 @@
-#include "app/window_reporter.h"
+#include "app/window/window_reporter.h"
 
 #include <QMetaObject>
 #include <QThread>

@@ -95,14 +95,18 @@ private slots:
         connect(&w, &MainWindow::tunnelClosed, this, [this] { demo_->setTunnelOpen(false); });
         win.connectNow();
         QTest::mouseClick(w.Command6, Qt::LeftButton);
+        // On the controller's serial number and port; the configuration panel waits for it.
         Form3* tunnel = w.tunnel();
-        QVERIFY(tunnel);
+        QVERIFY(tunnel && !w.frame_config->isEnabled());
+        QCOMPARE(QStringList({tunnel->connectid->text(), tunnel->Comboport->currentText()}),
+                 QStringList({QString::fromStdString(serial_), QString::number(demo_->portNumber())}));
         QTRY_VERIFY(tunnel->log->toPlainText().contains("++CONNECTIONDATA FOUND!"));
         QCOMPARE(tunnel->tcpport->text(), QString::number(demo_->tunnelServerPort()));
         QTest::mouseClick(tunnel->command1, Qt::LeftButton);
         QTRY_COMPARE(tunnel->laststatus->text(), QString("7"));
         QTRY_VERIFY_WITH_TIMEOUT(tunnel->counts->text().contains(QRegularExpression("Zum Gerät: [1-9]")), 10000);
         tunnel->close();
+        QVERIFY(w.frame_config->isEnabled());
         // The controller answers requests again.
         win.connectNow();
         QCOMPARE(w.statusText(), QString("CHECKSUMME OK - VERBUNDEN!"));

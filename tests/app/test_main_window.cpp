@@ -180,13 +180,13 @@ private slots:
     // the older firmware update, and the way back to the connect panel.
     void olderLayoutPanel()
     {
-        Served served({{"/fwupdate/5.txt", "8,1.08"}, {"/fwupdate/5_lastfw", QByteArray(2000, 'E')}});
+        Served served({{"/fwupdate/5.txt", "11,1.11"}, {"/fwupdate/5_lastfw", QByteArray(2000, 'E')}});
         SimPorts ports;
         auto& c = ports.add(4);
         c.setSerial(0x0F0B1703);
         c.setLayout(120);
         c.setImageByte(127, 5);
-        c.setImageByte(126, 7);
+        c.setImageByte(126, 10);
         Window win;
         MainWindow& w = win.w;
         win.connectNow();
@@ -194,7 +194,7 @@ private slots:
         QVERIFY(!w.Frame_verbinden->isVisible() && !w.frame_config->isVisible());
         QVERIFY(w.frame_older->isVisible());
         QCOMPARE(QStringList({w.olderSerial->text(), w.olderVers->text()}),
-                 QStringList({"SERIENNUMMER: 0F0B1703", "FIRMWARE V1.07"}));
+                 QStringList({"SERIENNUMMER: 0F0B1703", "FIRMWARE V1.10"}));
 
         QSignalSpy done(&w, &MainWindow::firmwareFinished);
         QTest::mouseClick(w.olderFirmware, Qt::LeftButton);

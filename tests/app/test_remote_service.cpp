@@ -298,30 +298,6 @@ private slots:
         qunsetenv("VELTRO_WEB_HTTP");
         qunsetenv("VELTRO_SUPPORT_MAIL");
     }
-
-    // "CAN-BUS TUNNEL" opens the tunnel window on the controller's serial number and port, and
-    // the configuration panel waits until it is closed.
-    void tunnelWindow()
-    {
-        qputenv("VELTRO_WEB_HTTP", "http://127.0.0.1:9");
-        SimPorts ports;
-        ports.add(4);
-        Window win;
-        MainWindow& w = win.w;
-        win.connectNow();
-        QTest::mouseClick(w.Command6, Qt::LeftButton);
-        Form3* tunnel = w.tunnel();
-        QVERIFY(tunnel && tunnel->isVisible() && !w.frame_config->isEnabled());
-        QCOMPARE(tunnel->windowTitle(), QString("CAN-BUS TUNNEL"));
-        QCOMPARE(tunnel->connectid->text(), QString("1A2B3C4D"));
-        QCOMPARE(tunnel->Comboport->count(), 1);
-        QCOMPARE(tunnel->Comboport->currentText(), QString("4"));
-        QTRY_VERIFY(tunnel->log->toPlainText().endsWith("++NO CONNECTIONDATA FOUND!"));
-        tunnel->close();
-        QVERIFY(w.frame_config->isEnabled());
-        QTRY_VERIFY(w.tunnel() == nullptr);
-        qunsetenv("VELTRO_WEB_HTTP");
-    }
 };
 
 QTEST_MAIN(TestRemoteService)

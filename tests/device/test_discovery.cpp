@@ -21,7 +21,7 @@ private slots:
         SimPorts ports;
         ports.add(3).setFirmware(166);
         ports.addSilent(5);
-        ports.add(7).setFirmware(200);
+        ports.add(7).setFirmware(300); // both bytes of the word count in the sum
         ports.add(9).setFirmware(0x8001);
         ports.add(99).setFaults(sim::Request::Identify, sim::AnswerFaults{.wrongChecksum = true});
         ports.add(100); // beyond the last port number: never scanned
@@ -45,7 +45,7 @@ private slots:
         }
         // The chooser's texts and List3's numbers stay index by index side by side.
         QCOMPARE(texts, QStringList({"COM1 verfügbar", "VELTRO FW V166 (COMPORT: 3)", "COM5 verfügbar",
-                                     "VELTRO FW V200 (COMPORT: 7)", "COM9 verfügbar", "COM99 verfügbar"}));
+                                     "VELTRO FW V300 (COMPORT: 7)", "COM9 verfügbar", "COM99 verfügbar"}));
         QCOMPARE(numbers, QList<int>({1, 3, 5, 7, 9, 99}));
         QCOMPARE(scan.selected, 3); // the last controller found: port 7
         // Each entry was handed on when its own probe ended: the answering ports long before

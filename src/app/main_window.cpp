@@ -7,9 +7,9 @@
 #include "device/identify.h"
 #include "device/readout.h"
 #include "device/self_update.h"
-#include "editor/form2.h"
+#include "editor/window/form2.h"
 #include "editor/codec.h"
-#include "remote/form3.h"
+#include "remote/window/form3.h"
 #include "flash/jobs.h"
 #include "platform/cancel.h"
 #include "platform/port_numbering.h"
@@ -21,7 +21,7 @@
 #include "remote/remote_service.h"
 #include "remote/remote_session.h"
 #include "terminal/terminal_port.h"
-#include "terminal/terminal_view.h"
+#include "terminal/window/terminal_view.h"
 #include "util/runtime_error.h"
 
 #include <QAction>

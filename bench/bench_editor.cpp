@@ -5,7 +5,7 @@
 #include "editor/codec.h"
 #include "editor/config_image.h"
 #include "editor/editor_logic.h"
-#include "editor/form2.h"
+#include "editor/window/form2.h"
 #include "platform/dialogs.h"
 
 #include <QApplication>

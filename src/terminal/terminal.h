@@ -25,6 +25,17 @@ private:
     std::size_t shown_ = 0;
 };
 
+// Where the terminal's output goes: the text box that shows it keeps the terminal's text.
+class TerminalDisplay {
+public:
+    virtual ~TerminalDisplay() = default;
+    // Bytes as they stand (device output, the tool's own texts).
+    virtual void append(const std::string& bytes) = 0;
+    // One of the tool's "++" lines: CR LF, then the line.
+    void appendLine(const std::string& line) { append("\r\n" + line); }
+    virtual const TerminalText& text() const = 0;
+};
+
 // The opening lines: CR "TERMINAL READY..." CR "SERIALNUMBER: " serial CR.
 std::string terminalGreeting(const std::string& serial);
 

@@ -4,7 +4,6 @@
 #include "platform/serial_link.h"
 #include "platform/serial_writer.h"
 #include "platform/windows1252.h"
-#include "terminal/terminal_view.h"
 
 #include <QSerialPort>
 
@@ -20,7 +19,7 @@ std::string mailFailedText(const MailResult& r)
 }
 } // namespace
 
-TerminalPort::TerminalPort(TerminalView& view, QObject* parent)
+TerminalPort::TerminalPort(TerminalDisplay& view, QObject* parent)
     : QObject(parent), view_(view), port_(new QSerialPort(this)), writer_(new SerialWriter(port_))
 {
     port_->setObjectName("MSComm3");

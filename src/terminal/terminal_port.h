@@ -1,6 +1,6 @@
 #pragma once
 // The device's text port as the terminal uses it (921600 baud, 8N1): what the device prints
-// goes into the terminal's view and out through output(); typed lines, the report and the
+// goes into the terminal's display and out through output(); typed lines, the report and the
 // image mail go from here. A port that cannot be opened or goes away says so in the terminal
 // once, as does server data that finds the port closed.
 #include "platform/job_runner.h"
@@ -16,12 +16,12 @@ class QSerialPort;
 namespace veltro {
 
 class SerialWriter;
-class TerminalView;
 
 class TerminalPort : public QObject {
     Q_OBJECT
 public:
-    TerminalPort(TerminalView& view, QObject* parent);
+    // `view`: the terminal's display; in the tool, the main window's text box.
+    TerminalPort(TerminalDisplay& view, QObject* parent);
 
     QSerialPort* port() const { return port_; }
     // Opens port `number` at `location` (closing it first); a line when it cannot.
@@ -49,7 +49,7 @@ private:
     void lost();
     void updateHold();
 
-    TerminalView& view_;
+    TerminalDisplay& view_;
     QSerialPort* port_;
     SerialWriter* writer_;
     bool holding_ = false;

@@ -6,7 +6,7 @@
 #include "editor/editor_logic.h"
 #include "platform/qt_serial_link.h"
 #include "recording_reporter.h"
-#include "remote/form3.h"
+#include "remote/window/form3.h"
 #include "sim_ports.h"
 #include "window_fixture.h"
 

@@ -1,5 +1,5 @@
 #include "editor/demo_catalogue.h"
-#include "editor/form2.h"
+#include "editor/window/form2.h"
 #include "flash/transfer.h"
 #include "platform/windows1252.h"
 #include "util/twips.h"

@@ -1,6 +1,6 @@
 // "REMOTE" in the terminal, everything real on 127.0.0.1: the record from a web server, a
 // service server in the test, the virtual controller's terminal on a pty, a mail server.
-#include "remote/form3.h"
+#include "remote/window/form3.h"
 #include "sim_ports.h"
 #include "window_fixture.h"
 

@@ -1,11 +1,9 @@
 #include "editor/codec.h"
 #include "editor/editor_logic.h"
-#include "editor/form2.h"
 #include "util/runtime_error.h"
 
 #include "test_files.h"
 
-#include <QAccessible>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -285,17 +283,6 @@ private slots:
             const QByteArray b = folder.bytes(name);
             QCOMPARE((QList<int>{quint8(b[128]), quint8(b[136]), quint8(b[154])}), bytes);
         }
-    }
-
-    // The editor is a window to a screen reader (not a bare pane), named by its caption, made as
-    // the main window makes it.
-    void windowForScreenReaders()
-    {
-        Form2 form({}, {}, nullptr);
-        form.show();
-        QAccessibleInterface* window = QAccessible::queryAccessibleInterface(&form);
-        QCOMPARE(window->role(), QAccessible::Window);
-        QCOMPARE(window->text(QAccessible::Name), QString("VELTRO KONFIGURATION"));
     }
 };
 

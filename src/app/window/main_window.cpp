@@ -6,12 +6,12 @@
 #include "device/identify.h"
 #include "device/readout.h"
 #include "device/self_update.h"
-#include "editor/form2.h"
+#include "editor/window/form2.h"
 #include "flash/jobs.h"
 #include "platform/cancel.h"
 #include "platform/program_folder.h"
 #include "platform/qt_serial_link.h"
-#include "remote/form3.h"
+#include "remote/window/form3.h"
 #include "util/twips.h"
 
 #include <QApplication>

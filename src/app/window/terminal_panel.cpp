@@ -9,7 +9,7 @@
 #include "remote/remote_service.h"
 #include "remote/remote_session.h"
 #include "terminal/terminal_port.h"
-#include "terminal/terminal_view.h"
+#include "terminal/window/terminal_view.h"
 
 #include <QKeyEvent>
 #include <QTimer>

@@ -20,16 +20,13 @@ class QTimer;
 
 namespace veltro {
 
-class TerminalView : public QObject {
+class TerminalView : public QObject, public TerminalDisplay {
 public:
     // Takes `view` over: read-only, plain text, green on black.
     explicit TerminalView(QTextEdit* view);
 
-    // Bytes as they stand (device output, the tool's own texts).
-    void append(const std::string& bytes);
-    // One of the tool's "++" lines: CR LF, then the line.
-    void appendLine(const std::string& line) { append("\r\n" + line); }
-    const TerminalText& text() const { return text_; }
+    void append(const std::string& bytes) override;
+    const TerminalText& text() const override { return text_; }
 
     // Lines the box keeps at least once it cuts; it cuts when it holds kCutStep more.
     static constexpr int kShownLines = 10000;

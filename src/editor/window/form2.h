@@ -1,6 +1,7 @@
 #pragma once
 // "VELTRO KONFIGURATION": the display configuration editor. A thin window over the editor
-// logic: it shows an EditorView and copies the user's choices back before the save.
+// logic: it shows an EditorView and copies the user's choices back before the save. Its
+// controls, captions and layout are in form2.ui.
 //
 // The editor catches nothing of its own: a run-time error in any step is shown with its number
 // and text, and then the program ends (`endProgram`, replaced by tests).
@@ -8,23 +9,22 @@
 #include "platform/dialogs.h"
 #include "util/runtime_error.h"
 
+#include "ui_form2.h"
+
 #include <QWidget>
 
 #include <array>
 #include <functional>
 #include <memory>
 
-class QCheckBox;
-class QComboBox;
-class QGroupBox;
-class QLabel;
-class QLineEdit;
-class QPushButton;
 class QStringListModel;
 
 namespace veltro {
 
-class Form2 : public QWidget {
+// The controls are the form's members: Frame1 "Fahrzeugauswahl" with Combo1 and Command1
+// "LADEN!", Frame2 "Konfiguration" with the lists displayzeile_0..8, batteriespannung, the
+// options Check1_0..2, Command3 "Speichern und auf VELTRO laden!" and Command4.
+class Form2 : public QWidget, public ::Ui::Form2 {
     Q_OBJECT
 public:
     // `folder`: the program folder; `link`: the main window's vehicle number, serial and layout.
@@ -42,22 +42,10 @@ public:
 
     EditorView view;
 
-    // Controls
-    QGroupBox* Frame1 = nullptr;  // "Fahrzeugauswahl"
-    QComboBox* Combo1 = nullptr;
-    QPushButton* Command1 = nullptr;
-    QGroupBox* Frame2 = nullptr;  // "Konfiguration"
-    QLabel* Label1 = nullptr;     // "Messwerte-Auswahl:"
-    QLabel* Label2 = nullptr;     // "Batteriespannung:"
-    QLabel* Label3 = nullptr;     // "Warnung bei Spannung <:"
-    QLabel* Label5 = nullptr;     // "Schalter-Auswahl:"
-    QLabel* Label6 = nullptr;     // "Anzeige-Geschwindigkeit:"
-    QLabel* Label7 = nullptr;     // "Automatisch umschalten:"
+    // The lists and options by number: display lines 0..5, then kSwitchList, kSpeedList,
+    // kSwitchingList.
     std::array<QComboBox*, kEditorListCount> displayzeile{};
-    QLineEdit* batteriespannung = nullptr;
     std::array<QCheckBox*, 3> Check1{};
-    QPushButton* Command3 = nullptr;
-    QPushButton* Command4 = nullptr;
 
 signals:
     // The images are written; the main window uploads `uploadPath` and closes the editor when

@@ -1,4 +1,4 @@
-#include "terminal/terminal_view.h"
+#include "terminal/window/terminal_view.h"
 
 #include "platform/windows1252.h"
 

@@ -1,49 +1,22 @@
-#include "remote/form3.h"
+#include "remote/window/form3.h"
 
 #include "platform/endpoints.h"
-#include "platform/internet.h"
 #include "platform/port_numbering.h"
 #include "remote/remote_service.h"
 #include "remote/tunnel_link.h"
+#include "remote/tunnel_query.h"
 
 #include <QAccessible>
 #include <QAccessibleWidget>
-#include <QCheckBox>
 #include <QCloseEvent>
-#include <QComboBox>
-#include <QFile>
-#include <QGridLayout>
-#include <QHBoxLayout>
-#include <QLabel>
-#include <QLineEdit>
-#include <QPlainTextEdit>
-#include <QPushButton>
 #include <QThread>
 #include <QTimer>
-#include <QVBoxLayout>
 
-#include <cstdio>
-#include <fstream>
 #include <optional>
-#include <sstream>
 
 namespace veltro {
 
 namespace {
-QFrame* lamp(QWidget* parent, const char* name)
-{
-    auto* f = new QFrame(parent);
-    f->setObjectName(name);
-    f->setFixedSize(14, 14);
-    f->setAutoFillBackground(true);
-    QPalette p = f->palette();
-    p.setColor(QPalette::Window, QColor(0, 200, 0));
-    f->setPalette(p);
-    f->setFrameShape(QFrame::Box);
-    f->setVisible(false);
-    return f;
-}
-
 // A plain QWidget is role Client to assistive technology even as a window of its own (a
 // "filler" on the Linux accessibility bus, not announced); the tunnel window says it is one.
 QAccessibleInterface* tunnelWindowInterface(const QString& className, QObject* object)
@@ -66,69 +39,7 @@ QTimer* timer(int ms, QObject* parent, const char* name, bool singleShot)
 Form3::Form3(std::string folder, QWidget* parent) : QWidget(parent, Qt::Window), folder_(std::move(folder))
 {
     QAccessible::installFactory(tunnelWindowInterface); // first: Qt keeps the first interface it makes
-    setObjectName("Form3");
-    setWindowTitle("CAN-BUS TUNNEL");
-    auto named = [](auto* w, const char* name) {
-        w->setObjectName(name);
-        return w;
-    };
-    connectid = named(new QLineEdit(this), "connectid");
-    connectid->setPlaceholderText("4A-07-C3-1E");
-    connectid->setAccessibleName("CONNECT-ID");
-    Label4 = named(new QLabel("CONNECT-ID:", this), "Label4");
-    Label4->setBuddy(connectid);
-    Command4 = named(new QPushButton("QUERY", this), "Command4");
-    host = named(new QLineEdit("192.168.0.10", this), "host");
-    host->setAccessibleName("Server");
-    tcpport = named(new QLineEdit("1500", this), "tcpport");
-    tcpport->setAccessibleName("TCP-Port");
-    Label2 = named(new QLabel("COMPORT:", this), "Label2");
-    Comboport = named(new QComboBox(this), "Comboport");
-    Label2->setBuddy(Comboport);
-    loopbacktest = named(new QCheckBox("loopback", this), "loopbacktest");
-    command1 = named(new QPushButton("CONNECT!", this), "command1");
-    Command3 = named(new QPushButton("DISCONNECT", this), "Command3");
-    command1->setEnabled(false);
-    Command3->setEnabled(false);
-    log = named(new QPlainTextEdit(this), "log");
-    log->setReadOnly(true);
-    log->setAccessibleName("Log");
-    // A long session should not make each batch dearer: the view keeps the last lines.
-    log->setMaximumBlockCount(5000);
-    state = named(new QLabel(this), "state");
-    laststatus = named(new QLabel("100", this), "laststatus");
-    laststatus->setVisible(false);
-    counts = named(new QLabel(this), "counts");
-    rx1 = lamp(this, "rx1");
-    tx1 = lamp(this, "tx1");
-    rx2 = named(new QLabel("RX", this), "rx2");
-    tx2 = named(new QLabel("TX", this), "tx2");
-    rx2->setVisible(false);
-    tx2->setVisible(false);
-
-    auto* grid = new QGridLayout;
-    grid->addWidget(Label4, 0, 0);
-    grid->addWidget(connectid, 0, 1);
-    grid->addWidget(Command4, 0, 2);
-    grid->addWidget(host, 1, 1);
-    grid->addWidget(tcpport, 1, 2);
-    grid->addWidget(Label2, 2, 0);
-    grid->addWidget(Comboport, 2, 1);
-    grid->addWidget(loopbacktest, 2, 2);
-    auto* buttons = new QHBoxLayout;
-    buttons->addWidget(command1);
-    buttons->addWidget(Command3);
-    buttons->addStretch(1);
-    for (QWidget* w : {static_cast<QWidget*>(tx1), static_cast<QWidget*>(tx2), static_cast<QWidget*>(rx1),
-                       static_cast<QWidget*>(rx2)})
-        buttons->addWidget(w);
-    auto* outer = new QVBoxLayout(this);
-    outer->addLayout(grid);
-    outer->addLayout(buttons);
-    outer->addWidget(log, 1);
-    outer->addWidget(counts);
-    outer->addWidget(state);
-    resize(520, 420);
+    setupUi(this);
 
     Timer1 = timer(100, this, "Timer1", false);
     rxtimer = timer(150, this, "rxtimer", true);
@@ -179,6 +90,7 @@ void Form3::start(const QString& serial, int portNumber)
     Command4_Click();
 }
 
+// The log keeps its last 5000 lines (form3.ui): a long session should not make each batch dearer.
 void Form3::logLine(const QString& line)
 {
     log->appendPlainText(line);
@@ -197,32 +109,18 @@ void Form3::Command4_Click()
     // The record is downloaded on a worker; QUERY waits for it.
     Command4->setEnabled(false);
     const std::string url = endpoints::webHttpRoot() + tunnelRecordPath(id);
-    const std::string target = fileInFolder(folder_, "connectid.sys");
+    const std::string file = fileInFolder(folder_, "connectid.sys");
     jobs_.run<std::optional<std::string>>(
-        [url, target, closing = closing_]() -> std::optional<std::string> {
-            if (downloadToFile(url, target, [closing](std::int64_t, std::int64_t) { return !closing->load(); }) != 0)
-                return std::nullopt;
-            std::ifstream in(target, std::ios::binary);
-            std::ostringstream text;
-            text << in.rdbuf();
-            in.close();
-            std::remove(target.c_str()); // the record is read once and not kept
-            return text.str();
+        [url, file, closing = closing_] {
+            return fetchTunnelRecord(url, file, [closing] { return !closing->load(); });
         },
         [this](const std::optional<std::string>& text) {
             Command4->setEnabled(true);
-            std::string why;
-            const auto record = text ? parseTunnelRecord(*text, why) : std::nullopt;
-            if (!text) {
-                logLine("++NO CONNECTIONDATA FOUND!");
-                command1->setEnabled(false);
-            } else if (!record) {
-                logLine(QString::fromStdString("++CONNECTIONDATA FEHLERHAFT: " + why));
-                command1->setEnabled(false);
-            } else {
-                logLine("++CONNECTIONDATA FOUND!");
-                logLine("++BAUDRATE: " + QString::number(record->baud));
-                command1->setEnabled(true);
+            const TunnelQuery query = tunnelQuery(text);
+            for (const std::string& line : query.lines)
+                logLine(QString::fromStdString(line));
+            command1->setEnabled(query.record.has_value());
+            if (const auto& record = query.record) {
                 host->setText(QString::fromStdString(record->host));
                 tcpport->setText(QString::number(record->port));
                 baud_ = record->baud;

@@ -2,9 +2,11 @@
 // "CAN-BUS TUNNEL": relays CAN frames between the interface on a serial port and a tunnel
 // server over TCP. The window gets its connection data by connect-ID from the maker's web
 // server, shows what happens in its log, and flashes two lamps on traffic; the relay itself
-// runs on a thread of its own (TunnelLink).
+// runs on a thread of its own (TunnelLink). Its controls, captions and layout are in form3.ui.
 #include "platform/job_runner.h"
 #include "remote/remote_service.h"
+
+#include "ui_form3.h"
 
 #include <QWidget>
 
@@ -12,13 +14,6 @@
 #include <memory>
 #include <string>
 
-class QCheckBox;
-class QComboBox;
-class QFrame;
-class QLabel;
-class QLineEdit;
-class QPlainTextEdit;
-class QPushButton;
 class QThread;
 class QTimer;
 
@@ -27,7 +22,12 @@ namespace veltro {
 class TunnelLink;
 struct TunnelEvents;
 
-class Form3 : public QWidget {
+// The controls are the form's members: connectid with Label4 "CONNECT-ID:" and Command4 "QUERY",
+// host and tcpport, Comboport with Label2 "COMPORT:", loopbacktest, command1 "CONNECT!",
+// Command3 "DISCONNECT", the lamps tx1/tx2 and rx1/rx2, log, counts (frames relayed, refused
+// and lost), state ("Status: " and the last state line) and the hidden laststatus (the last
+// state shown).
+class Form3 : public QWidget, public ::Ui::Form3 {
     Q_OBJECT
 public:
     // `folder`: the program folder (connectid.sys, CAN_LOG.txt).
@@ -44,25 +44,7 @@ public:
     void Command3_Click(); // "DISCONNECT"
     void Timer1_Timer();
 
-    // Controls
-    QLineEdit* connectid = nullptr;
-    QLabel* Label4 = nullptr;       // "CONNECT-ID:"
-    QPushButton* Command4 = nullptr;
-    QLineEdit* host = nullptr;
-    QLineEdit* tcpport = nullptr;
-    QLabel* Label2 = nullptr;       // "COMPORT:"
-    QComboBox* Comboport = nullptr;
-    QCheckBox* loopbacktest = nullptr;
-    QPushButton* command1 = nullptr;
-    QPushButton* Command3 = nullptr;
-    QPlainTextEdit* log = nullptr;
-    QLabel* state = nullptr;        // "Status: " and the last state line
-    QLabel* laststatus = nullptr;   // hidden: the last state shown
-    QLabel* counts = nullptr;       // frames relayed, refused and lost
-    QFrame* rx1 = nullptr;
-    QLabel* rx2 = nullptr;
-    QFrame* tx1 = nullptr;
-    QLabel* tx2 = nullptr;
+    // The state poll (every 100 ms) and the lamps' afterglow (150 ms after the last traffic).
     QTimer* Timer1 = nullptr;
     QTimer* rxtimer = nullptr;
     QTimer* TXTIMER = nullptr;

@@ -2,10 +2,11 @@
 // in the test, the device on a pseudo-terminal that the test drives from its master side.
 #include "local_http_server.h"
 #include "platform/internet.h"
-#include "remote/form3.h"
+#include "remote/window/form3.h"
 #include "remote/tunnel_link.h"
 #include "sim/virtual_controller.h"
 #include "test_files.h"
+#include "accessible_tree.h"
 
 #include <QAccessible>
 #include <QCheckBox>
@@ -107,6 +108,37 @@ struct Tunnel {
 class TestTunnelWindow : public QObject {
     Q_OBJECT
 private slots:
+    // The window as it opens: every control found by its caption, the query's fields captioned
+    // by their labels, nothing to connect or disconnect yet and the lamps dark.
+    void opening()
+    {
+        QTemporaryDir folder;
+        Form3 form(folder.path().toStdString());
+        form.show();
+        const auto controls = accessibleControls(&form);
+        for (const auto& [role, name] : std::initializer_list<std::pair<QAccessible::Role, QString>>{
+                 {QAccessible::Window, "CAN-BUS TUNNEL"},
+                 {QAccessible::StaticText, "CONNECT-ID:"},
+                 {QAccessible::EditableText, "CONNECT-ID"},
+                 {QAccessible::Button, "QUERY"},
+                 {QAccessible::EditableText, "Server"},
+                 {QAccessible::EditableText, "TCP-Port"},
+                 {QAccessible::StaticText, "COMPORT:"},
+                 {QAccessible::CheckBox, "loopback"},
+                 {QAccessible::Button, "CONNECT!"},
+                 {QAccessible::Button, "DISCONNECT"},
+                 {QAccessible::EditableText, "Log"}})
+            QVERIFY2(controls.contains({int(role), name}), qPrintable(name));
+        QCOMPARE(accessibleCaption(form.connectid), QString("CONNECT-ID:"));
+        QCOMPARE(accessibleCaption(form.Comboport), QString("COMPORT:"));
+        QCOMPARE(form.host->text(), QString("192.168.0.10"));
+        QCOMPARE(form.tcpport->text(), QString("1500"));
+        QVERIFY(!form.command1->isEnabled() && !form.Command3->isEnabled());
+        for (QWidget* hidden : std::initializer_list<QWidget*>{form.tx1, form.tx2, form.rx1, form.rx2, form.laststatus})
+            QVERIFY2(hidden->isHidden(), qPrintable(hidden->objectName()));
+        QVERIFY(form.log->isReadOnly());
+    }
+
     void query_data()
     {
         QTest::addColumn<QString>("id");

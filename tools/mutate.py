@@ -29,8 +29,11 @@ class Mutant:
         self.replace = replace.replace("⏎", "\n")
 
     def folder(self):
+        """The library folder: src/editor/window is one of its own; sim/ is one too."""
         parts = pathlib.PurePath(self.file).parts
-        return parts[1] if parts[0] == "src" else parts[0]
+        if parts[0] != "src":
+            return parts[0]
+        return "/".join(parts[1:3]) if len(parts) > 3 else parts[1]
 
 
 def read_mutants(selection):
@@ -92,7 +95,7 @@ def ctest(*selection):
 
 def run_suites(m):
     """The suites of the fault's own folder first (and the fuzz replays), then all the others."""
-    near = f"^({m.folder()}_|fuzz_)"
+    near = f"^({m.folder().split('/')[0]}_|fuzz_)"
     failed, _, _ = ctest("-R", near)
     if failed:
         return failed

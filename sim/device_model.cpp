@@ -373,7 +373,7 @@ void DeviceModel::answer(Request request, std::uint8_t echo, Bytes reply, Clock:
         ++garbageSent_[i];
         first = f.garbageBeforeEcho;
     }
-    first.push_back(echo);
+    first.push_back(f.echoByte.value_or(echo));
     sendOut(std::move(first), t);
 
     if (reply.empty()) return;

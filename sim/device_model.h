@@ -102,6 +102,7 @@ struct AnswerFaults {
     Bytes garbageBeforeEcho;                  // sent in the same write as the echo
     int garbageRequests = -1;                 // how many answered requests carry it (-1: all)
     bool unplugAfterAnswer = false;           // the line goes away once the answer is out
+    std::optional<std::uint8_t> echoByte;     // sent in place of the request's echo
 };
 
 // Faults of the bootloader. Blocks are counted as the controller counts them, from 1.

@@ -5,7 +5,7 @@ Works on a copy of the tree in build-mutate/tree with a Ninja build in build-mut
 each fault rebuilds only the objects it touches. Prints a table (caught by which test, or
 missed) and exits 1 when any fault went through every test or could not be planted.
 
-  tools/mutate.py [TEXT]     only the faults whose line contains TEXT
+  tools/mutate.py [TEXT...]  only the faults whose line contains one of the TEXTs
 """
 import os
 import pathlib
@@ -36,12 +36,12 @@ class Mutant:
         return "/".join(parts[1:3]) if len(parts) > 3 else parts[1]
 
 
-def read_mutants(selection):
+def read_mutants(selection=()):
     mutants, errors = [], []
     for n, line in enumerate((ROOT / "tools/mutants.txt").read_text(encoding="utf-8").splitlines(), 1):
         if not line.strip() or line.startswith("#"):
             continue
-        if selection and selection not in line:
+        if selection and not any(text in line for text in selection):
             continue
         fields = line.split("\t")
         if len(fields) != 4 or not (fields[0].strip() and fields[1] and fields[3].strip()):
@@ -104,8 +104,7 @@ def run_suites(m):
 
 
 def main():
-    selection = sys.argv[1] if len(sys.argv) > 1 else ""
-    mutants, errors = read_mutants(selection)
+    mutants, errors = read_mutants(sys.argv[1:])
     for e in errors:
         print(e)
     if not mutants:

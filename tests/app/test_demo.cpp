@@ -29,11 +29,6 @@ class TestDemo : public QObject {
     QByteArray file_; // the saved image
     EditorView view_;
 
-    QString shown(int list, int index) const
-    {
-        return index < 0 ? QString("no selection") : windows1252ToQString(view_.entries(list).at(std::size_t(index)));
-    }
-
 private slots:
     void initTestCase()
     {
@@ -58,22 +53,7 @@ private slots:
         ports_.reset();
     }
 
-    // Every choice the editor opens with, as it shows it.
-    void editorOpensWith()
-    {
-        const EditorChoice& c = view_.choice;
-        QStringList got{windows1252ToQString(view_.vehicleNames.at(std::size_t(view_.vehicle)))};
-        for (int k = 0; k < kDisplayLineCount; ++k)
-            got << shown(k, c.displayLines[std::size_t(k)]);
-        got << shown(kSwitchList, c.switchInput) << QString("%1 %2 %3").arg(c.options[0]).arg(c.options[1]).arg(c.options[2])
-            << QString::fromStdString(c.threshold) << shown(kSpeedList, c.speed) << shown(kSwitchingList, c.switching);
-        QCOMPARE(got, QStringList({"Norrik Traktor NT 120 (ab 2016)", "Motordrehzahl", "Kühlwassertemperatur",
-                                   "Zapfwellendrehzahl", "Hydrauliköltemperatur", "AdBlue Füllstand",
-                                   "Batteriespannung", "Arbeitsscheinwerfer", "1 1 0", "11,5", "SCHNELL",
-                                   "Nach 5 Sekunden umschalten"}));
-    }
-
-    // Saving those choices unchanged gives the controller's configuration bytes back: records B,
+    // Saving the choices the editor opens with unchanged gives the controller's configuration bytes back: records B,
     // the KLEMME15 and FELDREGENERATION slots, values X and Y and the line texts included.
     void savedUnchangedIsTheSame()
     {

@@ -5,6 +5,7 @@
 #include "util/twips.h"
 #include "sim_ports.h"
 #include "window_fixture.h"
+#include "accessible_tree.h"
 
 #include <QAccessible>
 #include <QAction>
@@ -27,21 +28,6 @@ using namespace veltro;
 using namespace veltro::test;
 
 namespace {
-// Every (role, name) in the accessibility tree under `widget`, as a screen reader finds them.
-QSet<QPair<int, QString>> accessibleControls(QWidget* widget)
-{
-    QSet<QPair<int, QString>> found;
-    std::function<void(QAccessibleInterface*)> walk = [&](QAccessibleInterface* node) {
-        if (!node || !node->isValid())
-            return;
-        found.insert({int(node->role()), node->text(QAccessible::Name)});
-        for (int i = 0; i < node->childCount(); ++i)
-            walk(node->child(i));
-    };
-    walk(QAccessible::queryAccessibleInterface(widget));
-    return found;
-}
-
 QString lastStep(const MainWindow& w) { return w.List1->count() ? w.List1->item(w.List1->count() - 1)->text() : QString(); }
 } // namespace
 

@@ -26,15 +26,8 @@ struct ConnectRow {
     QStringList tail;
     QString portError;
 };
-// What a connect ended with and what the connect panel says about the port.
-struct ProblemRow {
-    ConnectOutcome outcome;
-    std::string portError;
-    QString shown;
-};
 } // namespace
 Q_DECLARE_METATYPE(ConnectRow)
-Q_DECLARE_METATYPE(ProblemRow)
 
 namespace {
 ConnectResult connectTo(sim::VirtualController& c, RecordingReporter& reporter)
@@ -88,6 +81,9 @@ private slots:
         QTest::newRow("no echo") << ConnectRow{[](sim::VirtualController& c) { c.setSilent(true); },
                                                ConnectOutcome::ResetNotRecognised, false, false,
                                                {"Datenanforderung...", "Reset nicht erkannt!", "ERROR"}, QString()};
+        QTest::newRow("another byte for the echo")
+            << ConnectRow{faults({.echoByte = 0x00}), ConnectOutcome::ResetNotRecognised, false, false,
+                          {"Datenanforderung...", "Reset nicht erkannt!", "ERROR"}, QString()};
         QTest::newRow("short image") << ConnectRow{faults({.shortAnswer = std::size_t(600)}), ConnectOutcome::ImageTimeout,
                                                    false, false, {"Datenanforderung...", "ERROR0"}, QString()};
         QTest::newRow("unplugged") << ConnectRow{[](sim::VirtualController& c) { c.unplug(); }, ConnectOutcome::PortFailed,
@@ -117,33 +113,14 @@ private slots:
         if (outcome != ConnectOutcome::Checked)
             return;
         QCOMPARE(QString::fromStdString(r.serial), QString("1A2B3C4D"));
+        // Requests go on until one is answered, and stop there.
+        QCOMPARE(c.requestCount(sim::Request::Identify), QTest::currentDataTag() == QString("late echo after several requests") ? 7 : 1);
         // Then the status counts through the image: the values of bytes 0..1025.
         QCOMPARE(s.mid(0, 3), QStringList({"Öffne Com-Port", "Com-Port geöffnet", "Datenanforderung..."}));
         QCOMPARE(int(r.byteTexts.size()), 1026);
         QCOMPARE(s.at(3), QString::fromStdString(r.byteTexts.front()));
         QCOMPARE(s.at(3 + 1025), QString::fromStdString(r.byteTexts.back()));
         QCOMPARE(s.at(3 + 1025), QString::number(r.image[1025]));
-    }
-
-    // What the connect panel says about the port: why it would not open, or that the
-    // controller went away; nothing when the port was not the problem.
-    void connectProblem_data()
-    {
-        QTest::addColumn<ProblemRow>("row");
-        const auto failed = ConnectOutcome::PortFailed;
-        QTest::newRow("port missing") << ProblemRow{failed, "Port nicht vorhanden",
-                                                    "Com-Port kann nicht geöffnet werden: Port nicht vorhanden"};
-        QTest::newRow("controller gone") << ProblemRow{failed, kLinkLostText, kLinkLostText};
-        QTest::newRow("port failed without a reason") << ProblemRow{failed, "", ""};
-        QTest::newRow("no echo") << ProblemRow{ConnectOutcome::ResetNotRecognised, "", ""};
-    }
-    void connectProblem()
-    {
-        QFETCH(ProblemRow, row);
-        ConnectResult r;
-        r.outcome = row.outcome;
-        r.portError = row.portError;
-        QCOMPARE(QString::fromStdString(connectProblemText(r)), row.shown);
     }
 
     // The saved image holds positions 0..1025; a second connect overwrites it in place.

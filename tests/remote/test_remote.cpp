@@ -78,6 +78,7 @@ private slots:
         QTest::newRow("first part only") << QByteArray("SENDEE") << int(ServerCommand::None);
         QTest::newRow("second part") << QByteArray("PROM") << int(ServerCommand::None);
         QTest::newRow("not at the start") << QByteArray("\rGETEEPROM") << int(ServerCommand::None);
+        QTest::newRow("send, not at the start") << QByteArray("VER\rSENDEEPROM") << int(ServerCommand::None);
         QTest::newRow("get is not send") << QByteArray("GETEEPRO") << int(ServerCommand::None);
     }
     void commands()

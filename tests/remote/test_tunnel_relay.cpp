@@ -84,6 +84,12 @@ private slots:
             QVERIFY2(relay.counts().lost == row.lost, row.name);
             QVERIFY2(relay.counts().relayed == long(row.toServer.size()), row.name);
         }
+        // Said once a stretch: a frame that gets through ends one.
+        TunnelRelay relay;
+        QCOMPARE(relay.serialRead(frame(a) + frame(a), true, 1).view, Strings{"RECEIVE-BUFFER OVERUN"});
+        QVERIFY(relay.serialRead(frame(a), true, 0).view.empty());
+        QVERIFY(relay.serialRead(frame(a), true, 1).view.empty());
+        QCOMPARE(relay.serialRead(frame(a), true, 0).view, Strings{"RECEIVE-BUFFER OVERUN"});
     }
 
     // A record cut by the end of a read waits for its rest; when the wait ends first it is

@@ -26,6 +26,7 @@ private slots:
         QTest::newRow("SENDEEPROM with trailing text") << "SENDEEPROM bitte" << "0-0" << true << QByteArray();
         QTest::newRow("SENDEEPROM after Escape still mails") << "SENDEEPROM" << "27-0" << true << QByteArray();
         QTest::newRow("lower case goes to the device") << "sendeeprom" << "77-0" << false << QByteArray("sendeeprom\r");
+        QTest::newRow("not at the start") << " SENDEEPROM" << "0-0" << false << QByteArray(" SENDEEPROM\r");
         QTest::newRow("nine characters are no command") << "SENDEEPRO" << "79-1" << false << QByteArray("SENDEEPRO\r");
     }
     void lineEntry()

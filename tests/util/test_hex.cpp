@@ -52,24 +52,16 @@ private slots:
         const auto rgb = [](int r, int g, int b) { return outcome([=] { return RGBreturn(r, g, b); }); };
         const auto hexToStr = [](const char* hex, int n) { return outcome([=] { return HexToStr(hex, n); }); };
         const auto bytes = [](const char* hex) { return outcome([=] { return HexStringToByteArray(hex); }); };
-        QTest::newRow("HexByte2Char 0") << byte(0) << "00";
-        QTest::newRow("HexByte2Char 15") << byte(15) << "0F";
         QTest::newRow("HexByte2Char 16") << byte(16) << "10";
         QTest::newRow("HexByte2Char 255") << byte(255) << "FF";
-        QTest::newRow("ByteArrayToHexStr, one element") << outcome([] { return ByteArrayToHexStr({0x0A}); }) << "0A";
         QTest::newRow("ByteArrayToHexStr, three elements, first only")
             << outcome([] { return ByteArrayToHexStr({0x0A, 0x1B, 0x2C}); }) << "0A      ";
         QTest::newRow("HexBytesBlank, three")
             << outcome([] { return HexBytesBlank(Bytes{0x0A, 0x1B, 0x2C}); }) << "0A 1B 2C";
-        QTest::newRow("HexBytesBlank, none") << outcome([] { return HexBytesBlank(Bytes{}); }) << "";
-        QTest::newRow("MakeWord04 0x1234") << word(0x34, 0x12) << QString::number(0x1234);
         QTest::newRow("MakeWord04 top bit") << word(0x00, 0x80) << "-32768";
         QTest::newRow("MakeWord04 0x7FFF") << word(0xFF, 0x7F) << "32767";
-        QTest::newRow("RGBsplit red") << outcome([] { return RGBsplit(0x123456, 1); }) << QString::number(0x56);
         QTest::newRow("RGBsplit green") << outcome([] { return RGBsplit(1193046, 2); }) << QString::number(0x34);
-        QTest::newRow("RGBsplit blue") << outcome([] { return RGBsplit(0x123456, 3); }) << QString::number(0x12);
         QTest::newRow("RGBsplit other") << outcome([] { return RGBsplit(0x123456, 4); }) << "0";
-        QTest::newRow("RGBsplit zero") << outcome([] { return RGBsplit(0x123456, 0); }) << "0";
         QTest::newRow("RGBreturn puts the parts back together")
             << rgb(RGBsplit(0x123456, 1), RGBsplit(0x123456, 2), RGBsplit(0x123456, 3)) << QString::number(0x123456);
         QTest::newRow("RGBreturn negative red") << rgb(-1, 0, 0) << "-1";
@@ -81,7 +73,6 @@ private slots:
         QTest::newRow("HexToStr text ends inside pair") << hexToStr("0A1", 0) << "error 5";
         QTest::newRow("HexToStr -2 separators divide by zero") << hexToStr("0A1B", -2) << "error 11";
         QTest::newRow("HexToStr int max separators") << hexToStr("0A1B", int(INT_MAX)) << "error 6";
-        QTest::newRow("HexStringToByteArray, pairs") << bytes("0A1BFF") << "0a1bff";
         QTest::newRow("HexStringToByteArray, odd digit ignored") << bytes("0A1") << "0a";
         QTest::newRow("HexStringToByteArray, lower case") << bytes("ff") << "ff";
     }
@@ -100,7 +91,6 @@ private slots:
         QTest::newRow("packed") << "0A1BFF" << 0 << QByteArray("\x0A\x1B\xFF", 3);
         QTest::newRow("blank separated") << "0A 1B 2C" << 1 << QByteArray("\x0A\x1B\x2C", 3);
         QTest::newRow("empty") << "" << 0 << QByteArray();
-        QTest::newRow("00") << "00" << 0 << QByteArray("\0", 1);
         QTest::newRow("one pair, any separator count") << "0A" << -2 << QByteArray("\x0A", 1);
         QTest::newRow("more separators than text") << "0A1B" << -9 << QByteArray();
     }
@@ -128,10 +118,8 @@ private slots:
         QTest::newRow("hex is not read") << "0x10" << 0.0;
         QTest::newRow("no digits") << "abc" << -1.0;
         QTest::newRow("inf") << "inf" << -1.0;
-        QTest::newRow("lone minus") << "-" << -1.0;
         QTest::newRow("negative fraction") << "-.5" << -0.5;
         QTest::newRow("out of range") << "1e999" << -1.0;
-        QTest::newRow("empty") << "" << -1.0;
     }
     void leadingNumber()
     {

@@ -508,7 +508,6 @@ void MainWindow::PortScan()
     List3->clear();
     verbinden->setEnabled(false);
     userChosePort_ = false;
-    scanning_ = true;
     scanIndicator->setVisible(true);
     const int generation = ++scanGeneration_;
     // Each entry is shown as soon as its port's probe ends: a controller that answers at once
@@ -521,7 +520,6 @@ void MainWindow::PortScan()
     };
     jobs_.run<ScanResult>([found] { return scanMachinePorts(found); },
                           [this](ScanResult) {
-                              scanning_ = false;
                               scanIndicator->setVisible(false);
                               Command100->setEnabled(true);
                               Command17->setEnabled(true);
@@ -634,11 +632,6 @@ void MainWindow::setStatus(const QString& text)
 QString MainWindow::statusText() const
 {
     return StatusBar1->text();
-}
-
-bool MainWindow::busy() const
-{
-    return scanning_ || jobs_.runningCount() > 0;
 }
 
 } // namespace veltro

@@ -36,7 +36,6 @@ public:
     void Add_Item(const QString& text);
     void setStatus(const QString& text);
     QString statusText() const;
-    bool busy() const;
     // True while a job holds the device port; the controls that would start another are off.
     bool deviceJobRunning() const { return deviceJob_; }
 
@@ -125,7 +124,6 @@ private:
     void PortScan();
     void addScanEntry(const ScanEntry& entry);
 
-    bool scanning_ = false;
     bool transferring_ = false;
     bool deviceJob_ = false;
     bool userChosePort_ = false; // the scan stops moving the selection once the user has chosen

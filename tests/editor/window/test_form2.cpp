@@ -1,11 +1,13 @@
 // The editor window as it opens, before any file is read: its controls, captions and what a
 // screen reader finds of them.
+#include "editor/demo_catalogue.h"
 #include "editor/window/form2.h"
-#include "util/twips.h"
 
 #include "accessible_tree.h"
+#include "test_files.h"
 
 #include <QAccessible>
+#include <QTemporaryDir>
 #include <QTest>
 
 using namespace veltro;
@@ -14,25 +16,15 @@ using namespace veltro::test;
 class TestForm2 : public QObject {
     Q_OBJECT
 private slots:
-    // The editor is a window to a screen reader (not a bare pane), named by its caption, made as
-    // the main window makes it.
-    void windowForScreenReaders()
-    {
-        Form2 form({}, {}, nullptr);
-        form.show();
-        QAccessibleInterface* window = QAccessible::queryAccessibleInterface(&form);
-        QCOMPARE(window->role(), QAccessible::Window);
-        QCOMPARE(window->text(QAccessible::Name), QString("VELTRO KONFIGURATION"));
-    }
-
-    // Every control is found by its caption, and the lists, the voltage and the switch, speed
-    // and switching lists are captioned by their labels.
+    // The editor is a window to a screen reader (not a bare pane), named by its caption; every
+    // control is found by its caption, and the lists and the voltage are captioned by their labels.
     void controlsByCaption()
     {
         Form2 form({}, {}, nullptr);
         form.show();
         const auto controls = accessibleControls(&form);
         QList<QPair<QAccessible::Role, QString>> expected{
+            {QAccessible::Window, "VELTRO KONFIGURATION"},
             {QAccessible::Grouping, "Fahrzeugauswahl"},
             {QAccessible::ComboBox, "Fahrzeugauswahl"},
             {QAccessible::Button, "LADEN!"},
@@ -63,20 +55,20 @@ private slots:
         QCOMPARE(accessibleCaption(form.batteriespannung), QString("Warnung bei Spannung <:"));
     }
 
-    // Before "LADEN!" the window is the vehicle selection only; the lists and options by number
-    // are the controls of that name.
-    void opening()
+    // The window shows what the editor logic allows: on a controller older than layout 181 the
+    // display lists and the threshold are locked, from 181 on they are open.
+    void layoutLocksControls()
     {
-        Form2 form({}, {}, nullptr);
-        QCOMPARE(form.objectName(), QString("Form2"));
-        QVERIFY(form.isWindow());
-        QVERIFY(form.Frame2->isHidden());
-        QCOMPARE(form.size(), QSize(tw(9600), tw(kEditorHeightVehicle)));
-        QCOMPARE(form.batteriespannung->text(), QString("11,5"));
-        for (int k = 0; k < kEditorListCount; ++k)
-            QCOMPARE(form.displayzeile[std::size_t(k)]->objectName(), QString("displayzeile_%1").arg(k));
-        for (int i = 0; i < 3; ++i)
-            QCOMPARE(form.Check1[std::size_t(i)]->objectName(), QString("Check1_%1").arg(i));
+        for (const QString layout : {"180", "181"}) {
+            QTemporaryDir folder;
+            QVERIFY(installDemoCatalogue(demoCatalogueDir(), folder.path().toStdString()) > 0);
+            QVERIFY(writeFile(folder.path() + "/1A2B3C4D.eep", QByteArray()));
+            Form2 form(folder.path().toStdString(), {"1", "1A2B3C4D", layout.toStdString()}, nullptr);
+            form.Form_Load();
+            for (int k = 0; k < kDisplayLineCount; ++k)
+                QCOMPARE(form.displayzeile[std::size_t(k)]->isEnabled(), layout == "181");
+            QCOMPARE(form.batteriespannung->isEnabled(), layout == "181");
+        }
     }
 };
 

@@ -60,6 +60,14 @@ private slots:
         newest << QString(); // the line the next output starts
         QCOMPARE(shown, newest);
     }
+
+    // The key codes the last-key label shows are the ones the device tool showed.
+    void keyCodes()
+    {
+        QCOMPARE(QList<int>({windowsKeyCode(Qt::Key_Escape), windowsKeyCode(Qt::Key_F1), windowsKeyCode(Qt::Key_F12),
+                             windowsKeyCode(Qt::Key_A), windowsShiftState(Qt::ShiftModifier | Qt::AltModifier)}),
+                 QList<int>({27, 112, 123, 65, 5}));
+    }
 };
 
 QTEST_MAIN(TestTerminalView)

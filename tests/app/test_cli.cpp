@@ -116,7 +116,6 @@ private slots:
         QTest::newRow("silent controller") << "identify --port 2" << 1 << "" << "ERROR";
         QTest::newRow("no port given") << "identify" << 2 << "" << "identify: --port N";
         QTest::newRow("port with trailing text") << "identify --port 6x" << 2 << "" << "identify: --port N";
-        QTest::newRow("negative port") << "identify --port -6" << 2 << "" << "identify: --port N";
         QTest::newRow("unknown command") << "frobnicate" << 2 << "" << "usage: veltro-cli\n  upload-config\nexit codes:";
         QTest::newRow("readout, number without port") << "readout --port 8" << 1 << "" << "ERROR (Port nicht vorhanden)";
         // The status text of a bad block is its last byte, as in the window's status bar.

@@ -259,15 +259,10 @@ private slots:
             QVERIFY2(!a->isEnabled(), qPrintable(a->text()));
             a->trigger();
         }
-        w.verbinden_Click();
-        w.Command100_Click();
-        w.Command17_Click();
-        w.Command7_Click();
-        w.Command4_Click();
-        w.Command8_Click();
-        w.Command15_Click();
-        w.readDataBlock();
-        w.olderFirmwareUpdate();
+        for (auto handler : {&MainWindow::verbinden_Click, &MainWindow::Command100_Click, &MainWindow::Command17_Click,
+                             &MainWindow::Command7_Click, &MainWindow::Command4_Click, &MainWindow::Command8_Click,
+                             &MainWindow::Command15_Click, &MainWindow::readDataBlock, &MainWindow::olderFirmwareUpdate})
+            (w.*handler)();
         QVERIFY(w.deviceJobRunning());
         if (job == "firmware") {
             QTRY_VERIFY_WITH_TIMEOUT(w.List1->isVisible(), 10000);
@@ -425,19 +420,6 @@ private slots:
         QVERIFY(!form->Combo1->isEnabled() && !form->Command1->isEnabled());
         QCOMPARE(form->Combo1->currentIndex(), 1);
         QCOMPARE(form->height(), tw(kEditorHeightFull));
-        // The frames and list boxes draw and size themselves: a screen reader still finds them
-        // (on Linux a list box is named by its value and captioned by its label).
-        const auto controls = accessibleControls(form);
-        for (const auto& [role, name] : std::initializer_list<std::pair<QAccessible::Role, QString>>{
-                 {QAccessible::Grouping, "Fahrzeugauswahl"}, {QAccessible::Grouping, "Konfiguration"},
-                 {QAccessible::ComboBox, "Norrik Traktor NT 120 (ab 2016)"}, {QAccessible::Button, "LADEN!"},
-                 {QAccessible::Button, "Speichern und auf VELTRO laden!"}})
-            QVERIFY2(controls.contains({int(role), name}), qPrintable(name));
-        const auto captions = QAccessible::queryAccessibleInterface(form->displayzeile[kSpeedList])
-                                  ->relations(QAccessible::Label);
-        QVERIFY(!captions.isEmpty());
-        QCOMPARE(captions.first().first->text(QAccessible::Name), QString("Anzeige-Geschwindigkeit:"));
-
         QTest::mouseClick(form->Command4, Qt::LeftButton);
         const std::size_t xLength = form->view.vehicleData.displayValues.at(0).valueX.size();
         QCOMPARE(win.dialogs->asked().last(), QString("VELTRO|%1").arg(xLength));

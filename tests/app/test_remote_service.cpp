@@ -1,11 +1,11 @@
 // "REMOTE" in the terminal, everything real on 127.0.0.1: the record from a web server, a
 // service server in the test, the virtual controller's terminal on a pty, a mail server.
-#include "remote/window/form3.h"
+#include "platform/internet.h"
+#include "platform/mail.h"
 #include "sim_ports.h"
 #include "window_fixture.h"
 
 #include <QComboBox>
-#include <QElapsedTimer>
 #include <QGroupBox>
 #include <QJsonArray>
 #include <QLineEdit>
@@ -221,8 +221,6 @@ private slots:
         QTest::newRow("missing record") << QByteArray("missing") << QStringList{"++NO CONNECTIONDATA FOUND!"};
         QTest::newRow("web server down") << QByteArray("down") << QStringList{
             "++WEBSERVER NICHT ERREICHBAR: keine Verbindung zum Server", "++NO CONNECTIONDATA FOUND!"};
-        QTest::newRow("empty record") << QByteArray("") << QStringList{found, "++BAUDRATE:", tryLine, error};
-        QTest::newRow("fewer than six fields") << QByteArray("127,0,0,1") << QStringList{found, "++BAUDRATE:", tryLine, error};
         QTest::newRow("port not a number") << QByteArray("127,0,0,1,port,9600")
                                            << QStringList{found, "++BAUDRATE: 9600", tryLine, error};
     }
@@ -269,8 +267,7 @@ private slots:
     }
 
     // Closing the window while a transfer waits on a server that stays silent gives the
-    // transfer up: the window is gone long before the transfer's own limit (20 s for the
-    // record, 30 s for the mail server's greeting) would let it go.
+    // transfer up: the window does not wait out the transfer's own limit, here an hour.
     void closingGivesUp_data()
     {
         QTest::addColumn<bool>("mail");
@@ -285,15 +282,15 @@ private slots:
         const QByteArray address = "127.0.0.1:" + QByteArray::number(silent.serverPort());
         qputenv(mail ? "VELTRO_SMTP" : "VELTRO_WEB_HTTP", mail ? address : "http://" + address);
         qputenv("VELTRO_SUPPORT_MAIL", "support@veltro.example");
+        setTransferTimeouts(3600000, 3600000, 3600000);
+        setMailTimeouts(3600000, 3600000);
         auto t = std::make_unique<OpenTerminal>();
         QTest::mouseClick(mail ? t->w.telnet->Command3 : t->w.telnet->Command9, Qt::LeftButton);
         QTRY_VERIFY(silent.hasPendingConnections());
-        QElapsedTimer closing;
-        closing.start();
         t->w.close();
         t.reset();
-        qInfo("window gone %lld ms after close", closing.elapsed());
-        QVERIFY2(closing.elapsed() < 10000, "closing waited for the silent server");
+        setTransferTimeouts(10000, 20000, 120000);
+        setMailTimeouts(30000, 300000);
         qunsetenv("VELTRO_SMTP");
         qunsetenv("VELTRO_WEB_HTTP");
         qunsetenv("VELTRO_SUPPORT_MAIL");

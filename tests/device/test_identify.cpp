@@ -147,36 +147,21 @@ private slots:
         QCOMPARE(quint8(readFile(path).at(0)), quint8(0xEE));
     }
 
+    // The readouts where the command line's rows leave off: a word with its top bit set reads
+    // negative; a block cut short is read and thrown away before the waiting bytes are counted.
     void readouts()
     {
         SimPorts ports;
         auto& c = ports.add(4);
-        c.setManufacturingDate(2023, 11, 5);
-        c.setDataSerialByte(0x0A);
-        c.setLambdaCalibration(0x003C);
         c.setWord(0xFF00);
         RecordingReporter reporter;
         QtSerialLink link(c.path());
-        const DataBlockResult r = runDataBlockReadout(link, reporter);
-        QVERIFY(r.ok);
-        QCOMPARE(QString::fromStdString(r.dateText), QString("Herstellungsdatum des Gerätes: 5.11.2023"));
-        QCOMPARE(QString::fromStdString(r.lambdaText), QString("Lambda-CAL: &H003C"));
-        QCOMPARE(QString::fromStdString(r.serial), QString("A5BDF"));
-        QCOMPARE(QString::fromStdString(r.passwortcal), QString::number(0x0A + 256 * 5 + 65536 * 223));
-        QCOMPARE(int(r.byteTexts.size()), 128);
-        QCOMPARE(reporter.lastStatus(), QString("CHECKSUMME OK - DATEN GELADEN!"));
-
         const WordResult w = runWordReadout(link, reporter);
         QVERIFY(w.ok);
         QCOMPARE(int(w.word), -256);
-        // A block cut short: what arrived is read and thrown away before the waiting bytes are
-        // counted.
         c.setFaults(sim::Request::DataBlock, sim::AnswerFaults{.shortAnswer = std::size_t(60)});
         QVERIFY(!runDataBlockReadout(link, reporter).ok);
         QCOMPARE(reporter.lastStatus(), QString("ERROR0"));
-        c.setSilent(true);
-        QVERIFY(!runWordReadout(link, reporter).ok);
-        QCOMPARE(reporter.lastStatus(), QString("ERROR"));
     }
 };
 

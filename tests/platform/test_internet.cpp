@@ -112,8 +112,7 @@ private slots:
     }
 
     // Text fetches stop past 64 KiB and downloads past 1 MiB, with a clear text and nothing
-    // left on disk; a body that never ends is one of them. The server's content type is
-    // handed on.
+    // left on disk; a body that never ends is one of them.
     void limits_data()
     {
         QTest::addColumn<QString>("path");
@@ -144,16 +143,6 @@ private slots:
         if (downloadRc != 0)
             QCOMPARE(readFile(file), QByteArray("old content"));
         QCOMPARE(QDir(target.path()).entryList(QDir::Files | QDir::Hidden), QStringList({"jdwiii.hzg"}));
-    }
-
-    void contentType()
-    {
-        QTemporaryDir target;
-        DownloadInfo info;
-        QCOMPARE(downloadToFile((server_.httpRoot() + "/page200/fwupdate/x").toStdString(),
-                                (target.path() + "/f").toStdString(), {}, &info),
-                 0);
-        QCOMPARE(QString::fromStdString(info.contentType), QString("text/html; charset=utf-8"));
     }
 };
 

@@ -1,8 +1,7 @@
 #pragma once
 // The main window as the window tests start it, and an update server for them.
 #include "app/window/main_window.h"
-#include "local_http_server.h"
-#include "local_smtp_server.h"
+#include "local_servers.h"
 #include "scripted_dialogs.h"
 #include "test_files.h"
 

@@ -1,4 +1,4 @@
-#include "local_http_server.h"
+#include "local_servers.h"
 #include "test_files.h"
 #include "platform/cancel.h"
 #include "platform/internet.h"
@@ -55,11 +55,9 @@ private slots:
         QTest::newRow("https, certificate no trusted CA signed") << https + file << false << false << 0
                                                                  << "Zertifikat des Servers nicht vertrauenswürdig";
         QTest::newRow("http, missing file") << http + "/fwupdate/none.txt" << true << false << 404 << missing;
-        QTest::newRow("https, missing file") << https + "/fwupdate/none.txt" << true << false << 404 << missing;
         QTest::newRow("server down") << "http://127.0.0.1:9" + file << true << false << 0
                                      << "keine Verbindung zum Server";
         QTest::newRow("http, stalled server") << http + "/stall/a" << true << false << 0 << stalled;
-        QTest::newRow("https, stalled server") << https + "/stall/b" << true << false << 0 << stalled;
         // Once the tool closes nothing starts: no request reaches the server.
         QTest::newRow("tool closing") << http + file << true << false << 0 << "abgebrochen";
     }

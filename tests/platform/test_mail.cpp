@@ -1,7 +1,7 @@
 #include "platform/cancel.h"
 #include "platform/mail.h"
 
-#include "local_smtp_server.h"
+#include "local_servers.h"
 #include "test_files.h"
 
 #include <QJsonArray>
@@ -140,14 +140,11 @@ private slots:
         }
         QCOMPARE(mails.size(), before + 1);
         const QJsonObject m = mails.last();
-        QVERIFY(m["authenticated"].toBool());
+        QVERIFY(m["authenticated"].toBool() && m["message_id"].toBool());
         QCOMPARE(m["tls"].toBool(), tls);
-        QCOMPARE(m["login"].toString(), kUser);
-        QCOMPARE(m["mechanism"].toString(), QString("LOGIN"));
-        QCOMPARE(m["subject"].toString(), QString("Nachricht VELTRO S/N:1A2B3C4D"));
-        QCOMPARE(m["header_from"].toString(), QString("support@veltro.example"));
-        QCOMPARE(m["to"].toArray().first().toString(), QString("support@veltro.example"));
-        QVERIFY(m["message_id"].toBool());
+        QCOMPARE(QStringList({m["login"].toString(), m["mechanism"].toString(), m["subject"].toString(),
+                              m["header_from"].toString(), m["to"].toArray().first().toString()}),
+                 QStringList({kUser, "LOGIN", "Nachricht VELTRO S/N:1A2B3C4D", kMailbox, kMailbox}));
         // Sent just now: the header's day is today's or, around midnight, yesterday's.
         const QDateTime date = QDateTime::fromString(m["date"].toString(), Qt::RFC2822Date);
         QVERIFY2(date.isValid(), qPrintable(m["date"].toString()));

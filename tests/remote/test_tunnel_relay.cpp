@@ -118,13 +118,12 @@ private slots:
         QCOMPARE(TunnelRelay::messageWaitMs(115200), 22);
     }
 
-    // Server chunks: one 0x7D before the bodies each chunk completes, bodies whole whatever
-    // bytes they hold, messages joined across chunks, a message whose rest stays away handled
-    // as it stands ("wait" between chunks), loopback in order.
+    // Server chunks where the fuzz model (every message once, whole, in order, after a 0x7D)
+    // leaves off: a chunk without a message, a message whose rest stays away handled as it
+    // stands ("wait" between chunks), loopback.
     void serverChunks()
     {
         const std::string a = body('a'), b = body('0');
-        const std::string withCan = "xxCANyyyyyyyyyy";
         struct Row {
             const char* name;
             Strings chunks;
@@ -132,12 +131,7 @@ private slots:
             Strings toDevice, toServer;
         };
         const std::vector<Row> rows = {
-            {"two in one chunk", {"CAN" + a + "CAN" + b}, false, {"}" + a + b}, {}},
             {"no CAN at all", {"hello"}, false, {"}"}, {}},
-            {"bytes before the message skipped", {"junkCAN" + a}, false, {"}" + a}, {}},
-            {"a body holding CAN stays whole", {"CAN" + withCan + "CAN" + a}, false, {"}" + withCan + a}, {}},
-            {"split inside the tag", {"junkCA", "N" + a}, false, {"", "}" + a}, {}},
-            {"split message, then one whole", {"CAN" + a.substr(0, 14), a.substr(14) + "CAN" + b}, false, {"", "}" + a + b}, {}},
             {"short message, its rest never comes", {"CAN12345", "wait", "CAN" + a}, false, {"", "}12345", "}" + a}, {}},
             {"first letters of a tag, then silence", {"xxCA", "wait", "CAN" + a}, false, {"", "", "}" + a}, {}},
             {"loopback in order", {"CAN" + a + "CAN" + b}, true, {"}" + a + b}, {"CAN" + a, "CAN" + b}},

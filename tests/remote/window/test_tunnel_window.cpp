@@ -1,6 +1,6 @@
 // "CAN-BUS TUNNEL" over real links: the record from a web server on 127.0.0.1, a tunnel server
 // in the test, the device on a pseudo-terminal that the test drives from its master side.
-#include "local_http_server.h"
+#include "local_servers.h"
 #include "platform/internet.h"
 #include "remote/window/form3.h"
 #include "remote/tunnel_link.h"

@@ -1,13 +1,21 @@
+// The device jobs against virtual controllers: the connect, the port scan, the readouts; and the
+// texts the controller's data turn into.
+#include "device/device_info.h"
+#include "device/discovery.h"
 #include "device/identify.h"
+#include "device/self_update.h"
 #include "device/readout.h"
 #include "platform/qt_serial_link.h"
 #include "recording_reporter.h"
+#include "util/runtime_error.h"
 #include "sim_ports.h"
 #include "test_files.h"
 
+#include <QSet>
 #include <QTest>
 
 #include <functional>
+#include <mutex>
 
 using namespace veltro;
 using veltro::test::RecordingReporter;
@@ -49,7 +57,7 @@ Setup faults(sim::AnswerFaults f)
 }
 } // namespace
 
-class TestIdentify : public QObject {
+class TestDevice : public QObject {
     Q_OBJECT
 private slots:
     // Serial 1A2B3C4D, firmware 166 and layout 180 unless the row changes them. `tail`: the
@@ -163,7 +171,98 @@ private slots:
         QVERIFY(!runDataBlockReadout(link, reporter).ok);
         QCOMPARE(reporter.lastStatus(), QString("ERROR0"));
     }
+
+    // One scan over controllers, silent ports, a firmware word with its top bit set, a checksum
+    // error on the last port number, a number beyond it, a number whose device is missing and a
+    // port another program holds.
+    void scanMix()
+    {
+        SimPorts ports;
+        ports.add(3).setFirmware(166);
+        ports.addSilent(5);
+        ports.add(7).setFirmware(300); // both bytes of the word count in the sum
+        ports.add(9).setFirmware(0x8001);
+        ports.add(99).setFaults(sim::Request::Identify, sim::AnswerFaults{.wrongChecksum = true});
+        ports.add(100); // beyond the last port number: never scanned
+        ports.addSilent(1);
+        ports.add(12);
+        QtSerialLink holder(ports.at(12).path());
+        QVERIFY(holder.open());
+        ::setenv("VELTRO_PORTS", (std::string(std::getenv("VELTRO_PORTS")) + ",13=/dev/nonexistent-veltro").c_str(), 1);
+
+        std::mutex mutex;
+        QList<int> foundOrder;
+        const ScanResult scan = scanMachinePorts([&](const ScanEntry& e) {
+            std::lock_guard lock(mutex);
+            foundOrder << e.port;
+        });
+        QStringList texts;
+        QList<int> numbers;
+        for (const ScanEntry& e : scan.entries) {
+            texts << QString::fromStdString(e.text);
+            numbers << e.port;
+        }
+        // The chooser's texts and List3's numbers stay index by index side by side.
+        QCOMPARE(texts, QStringList({"COM1 verfügbar", "VELTRO FW V166 (COMPORT: 3)", "COM5 verfügbar",
+                                     "VELTRO FW V300 (COMPORT: 7)", "COM9 verfügbar", "COM99 verfügbar"}));
+        QCOMPARE(numbers, QList<int>({1, 3, 5, 7, 9, 99}));
+        QCOMPARE(scan.selected, 3); // the last controller found: port 7
+        // Each entry was handed on when its own probe ended: the answering ports long before
+        // the two silent ones, which hold out for the whole echo wait.
+        QCOMPARE(int(foundOrder.size()), 6);
+        QCOMPARE(QSet<int>(foundOrder.begin() + 4, foundOrder.end()), QSet<int>({1, 5}));
+        QCOMPARE(QString::fromStdString(scan.entries[1].location), QString::fromStdString(ports.at(3).path()));
+    }
+
+    // Texts the controller's data turn into, and the reading of the server's version file.
+    // The tooltip's date and build level, or the run-time error number raised instead (0: none).
+    void tooltip_data()
+    {
+        QTest::addColumn<QStringList>("in");  // serial, btversion
+        QTest::addColumn<QStringList>("out"); // date, level; or the error number
+        QTest::newRow("example") << QStringList{"0F0B1703", "180"} << QStringList{"15.11.23", "HB4"};
+        QTest::newRow("day 5 without zero") << QStringList{"050B1703", "180"} << QStringList{"5.11.23", "HB4"};
+        QTest::newRow("build level 7") << QStringList{"0F0B1703", "7"} << QStringList{"15.11.23", "H07"};
+        QTest::newRow("non-hex pair reads as far as digits go") << QStringList{"1Z0B1703", "255"} << QStringList{"1.11.23", "HFF"};
+        QTest::newRow("recovery number, short") << QStringList{"12", "0"} << QStringList{"18.0.0", "H00"};
+        QTest::newRow("build level does not fit a byte") << QStringList{"drgdf", "65535"} << QStringList{"6"};
+        QTest::newRow("build level just past a byte") << QStringList{"0F0B1703", "256"} << QStringList{"6"};
+        QTest::newRow("build level not a number") << QStringList{"0F0B1703", "B4"} << QStringList{"13"};
+    }
+    void tooltip()
+    {
+        QFETCH(QStringList, in);
+        QFETCH(QStringList, out);
+        try {
+            QCOMPARE(QString::fromStdString(deviceInfoTooltip(in[0].toStdString(), in[1].toStdString())),
+                     "Herstellungsdatum des VELTRO Interfaces: " + out.value(0) + "! Das Gerät wurde in der Ausbaustufe "
+                         + out.value(1) + " ausgeliefert!");
+            QCOMPARE(out.size(), 2);
+        } catch (const RuntimeError& e) {
+            QCOMPARE(QString::number(e.number()), out.value(0));
+        }
+    }
+
+    // The server's version file against the tool's version "5"; `shown` is empty when nothing
+    // is offered.
+    void selfUpdateDecision_data()
+    {
+        QTest::addColumn<QString>("reply");
+        QTest::addColumn<QString>("shown");
+        QTest::newRow("newer, line end and more fields") << "6,1.06,x\r\n" << "1.06";
+        QTest::newRow("equal") << "5,1.05" << "";
+        QTest::newRow("no second field") << "6" << "";
+        QTest::newRow("not a number") << "neu,1.06" << "";
+    }
+    void selfUpdateDecision()
+    {
+        QFETCH(QString, reply);
+        QFETCH(QString, shown);
+        const auto offer = selfUpdateOfferFrom(reply.toStdString(), "5");
+        QCOMPARE(offer ? QString::fromStdString(offer->versionText) : QString(), shown);
+        QCOMPARE(offer.has_value(), !shown.isEmpty());
+    }
 };
 
-QTEST_GUILESS_MAIN(TestIdentify)
-#include "test_identify.moc"
+QTEST_GUILESS_MAIN(TestDevice)
+#include "test_device.moc"

@@ -129,17 +129,11 @@ private slots:
         form.show();
         const auto controls = accessibleControls(&form);
         for (const auto& [role, name] : std::initializer_list<std::pair<QAccessible::Role, QString>>{
-                 {QAccessible::Window, "CAN-BUS TUNNEL"},
-                 {QAccessible::StaticText, "CONNECT-ID:"},
-                 {QAccessible::EditableText, "CONNECT-ID"},
-                 {QAccessible::Button, "QUERY"},
-                 {QAccessible::EditableText, "Server"},
-                 {QAccessible::EditableText, "TCP-Port"},
-                 {QAccessible::StaticText, "COMPORT:"},
-                 {QAccessible::CheckBox, "loopback"},
-                 {QAccessible::Button, "CONNECT!"},
-                 {QAccessible::Button, "DISCONNECT"},
-                 {QAccessible::EditableText, "Log"}})
+                 {QAccessible::Window, "CAN-BUS TUNNEL"}, {QAccessible::StaticText, "CONNECT-ID:"},
+                 {QAccessible::EditableText, "CONNECT-ID"}, {QAccessible::Button, "QUERY"},
+                 {QAccessible::EditableText, "Server"}, {QAccessible::EditableText, "TCP-Port"},
+                 {QAccessible::StaticText, "COMPORT:"}, {QAccessible::CheckBox, "loopback"},
+                 {QAccessible::Button, "CONNECT!"}, {QAccessible::Button, "DISCONNECT"}, {QAccessible::EditableText, "Log"}})
             QVERIFY2(controls.contains({int(role), name}), qPrintable(name));
         QCOMPARE(accessibleCaption(form.connectid), QString("CONNECT-ID:"));
         QVERIFY(!form.command1->isEnabled() && !form.Command3->isEnabled());

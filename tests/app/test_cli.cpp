@@ -37,8 +37,6 @@ Bytes editorImage()
     return file;
 }
 
-QByteArray bytes(const Bytes& b) { return QByteArray(reinterpret_cast<const char*>(b.data()), qsizetype(b.size())); }
-
 const QString kShownTail = "Anzeigegeschwindigkeit: MITTEL\nAutomatische Umschaltung: Nach 5 Sekunden umschalten\n"
                            "Unterspannungsschwelle: 11,5 V\nAnzeige \"bei Zündung aus\" aktiv: ja\n"
                            "Warnung Unterspannung aktiv: nein\nSleepmodus nach 24h aktivieren (Strom sparen): ja\n";
@@ -195,9 +193,9 @@ private slots:
                 QVERIFY(QFile::remove(ports.homePath() + "/" + tag.section(", removed ", 1)));
             Bytes over = image;
             over.resize(2001);
-            QVERIFY(writeFile(files.at("OVER"), bytes(over)));
+            QVERIFY(writeFile(files.at("OVER"), qbytes(over)));
             image[1014] = 1;
-            QVERIFY(writeFile(files.at("IMAGE"), bytes(image)));
+            QVERIFY(writeFile(files.at("IMAGE"), qbytes(image)));
         }
         if (QString(QTest::currentDataTag()).contains("not saved"))
             QVERIFY(QDir(ports.homePath()).mkdir("1A2B3C4D.eep"));
@@ -221,7 +219,7 @@ private slots:
         if (!err.isEmpty())
             QCOMPARE(at, lines.size() - 1);
         if (args.startsWith("config")) { // read, never written or created
-            QCOMPARE(readFile(files.at("IMAGE")), bytes(image));
+            QCOMPARE(readFile(files.at("IMAGE")), qbytes(image));
             QVERIFY(!QFile::exists(files.at("MISSING")));
         }
         if (code == 1 && args.contains("PAGE"))

@@ -22,11 +22,6 @@ using namespace veltro;
 using namespace veltro::test;
 
 namespace {
-QByteArray bytesOf(const sim::Bytes& b)
-{
-    return QByteArray(reinterpret_cast<const char*>(b.data()), qsizetype(b.size()));
-}
-
 // The "++" lines the terminal shows, in order.
 QStringList remoteLines(const MainWindow& w)
 {
@@ -114,13 +109,13 @@ private slots:
         c.streamText(pattern.size());
         QTRY_VERIFY_WITH_TIMEOUT(c.streamFinished(), 20000);
         QTRY_COMPARE(serverGot().size(), qsizetype(pattern.size()));
-        QCOMPARE(atServer, bytesOf(pattern));
+        QCOMPARE(atServer, qbytes(pattern));
 
         // Server -> device: what is not a command reaches the controller unchanged (which chunks
         // are commands is the fuzz model's); the controller's answer goes back to the server.
         atServer.clear();
         const auto deviceGot = [&, before = c.received().size()] {
-            return QByteArray(bytesOf(c.received()).mid(qsizetype(before)));
+            return QByteArray(qbytes(c.received()).mid(qsizetype(before)));
         };
         peer->write("sendeeprom\r");
         QTRY_COMPARE(deviceGot(), QByteArray("sendeeprom\r"));
@@ -197,7 +192,7 @@ private slots:
             text += "LINE " + QByteArray::number(i).rightJustified(8, '0') + QByteArray(45, 'x') + "\r";
         peer->write(text);
         QTRY_COMPARE_WITH_TIMEOUT(t.c.received().size() - before, std::size_t(text.size()), 60000);
-        QCOMPARE(bytesOf(t.c.received()).mid(qsizetype(before)), text);
+        QCOMPARE(qbytes(t.c.received()).mid(qsizetype(before)), text);
         QByteArray atServer;
         QTRY_VERIFY((atServer += peer->readAll()).contains("OK LINE " + QByteArray::number(text.count('\r') - 1).rightJustified(8, '0')));
         QVERIFY(t.w.telnet->MSComm3->isOpen());

@@ -20,6 +20,7 @@
 using namespace veltro;
 using veltro::test::RecordingReporter;
 using veltro::test::SimPorts;
+using veltro::test::qbytes;
 using veltro::test::readFile;
 using veltro::test::writeFile;
 
@@ -144,7 +145,7 @@ private slots:
             QVERIFY(r.currentLayout);
             QCOMPARE(QString::fromStdString(saveImageFile(ports.home(), r.serial, r.image)), path);
         };
-        auto image = [&] { return QByteArray(reinterpret_cast<const char*>(c.image().data()), 1026); };
+        auto image = [&] { return qbytes(c.image()).left(1026); };
         connectAndSave();
         QCOMPARE(readFile(path), image());
 

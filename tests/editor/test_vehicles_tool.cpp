@@ -1,4 +1,6 @@
-// veltro-vehicles run as the maintainer runs it.
+// veltro-vehicles run as the maintainer runs it: text files as maintainers write them are stored
+// coded with CR LF at the end; decoding prints the CR LF text; bad input says why and writes
+// nothing.
 #include "editor/codec.h"
 
 #include "test_files.h"
@@ -11,75 +13,57 @@ using namespace veltro;
 using namespace veltro::test;
 
 namespace {
-
-// Runs the tool with "@" in its arguments standing for `dir`; the exit code, -1 after a crash.
-int runTool(QProcess& p, QStringList args, const QString& dir)
-{
-    for (QString& a : args)
-        a.replace("@", dir);
-    p.start(QStringLiteral(VELTRO_VEHICLES_TOOL), args);
-    p.waitForFinished(30000);
-    return p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
-}
-
 const QByteArray kLines =
     "KLEMME15-18xFExF1x00x00x01x01x00-00x00x00x00x01x00x00x00----\r\n"
     "Drehzahl-0CxF0x04x00x03x02x00x00-01x08x00x00x00x00x00x00-DREHZAHL-0-1-DISPLAY\r\n"
     "Nebel-18xFExF2x00x03x01x04x01-01x00x00x00x00x00x00x00----SCHALTER";
-
+const QByteArray kStored = QByteArray::fromStdString(CodeDecode(kLines.toStdString(), kCodecKey)) + "\r\n";
 } // namespace
 
 class TestVehiclesTool : public QObject {
     Q_OBJECT
 private slots:
-    // Text files as maintainers write them: the stored form is the CR LF text, coded, and CR LF;
-    // decoding prints the CR LF text.
-    void encodeDecode_data()
+    void run_data()
     {
-        QTest::addColumn<QByteArray>("text");
-        QTest::newRow("CR LF, no end") << kLines;
-        QTest::newRow("LF line ends and at the end") << QByteArray(kLines).replace("\r\n", "\n") + "\n";
-    }
-    void encodeDecode()
-    {
-        QFETCH(QByteArray, text);
-        QTemporaryDir dir;
-        QVERIFY(writeFile(dir.filePath("v.txt"), text));
-        QProcess enc, dec;
-        QVERIFY2(runTool(enc, {"encode", "@/v.txt", "@/v.fzd"}, dir.path()) == 0, enc.readAllStandardError().constData());
-        QCOMPARE(readFile(dir.filePath("v.fzd")), QByteArray::fromStdString(CodeDecode(kLines.toStdString(), kCodecKey)) + "\r\n");
-        QCOMPARE(runTool(dec, {"decode", "@/v.fzd"}, dir.path()), 0);
-        QCOMPARE(dec.readAllStandardOutput(), kLines);
-    }
-
-    void badInput_data()
-    {
-        QTest::addColumn<QStringList>("args");
-        QTest::addColumn<QByteArray>("text");    // written to @/in.txt
-        QTest::addColumn<QByteArray>("message");
-        const QStringList encode{"encode", "@/in.txt", "@/out.fzd"};
-        QTest::newRow("no arguments") << QStringList{} << QByteArray() << QByteArray("usage");
-        QTest::newRow("decode a missing file") << QStringList{"decode", "@/none.fzd"} << QByteArray() << QByteArray("no such file");
-        QTest::newRow("decode one byte") << QStringList{"decode", "@/in.txt"} << QByteArray("x") << QByteArray("shorter than two bytes");
+        QTest::addColumn<QString>("args");   // "@" stands for the folder
+        QTest::addColumn<QByteArray>("in");  // written to @/in.txt
+        QTest::addColumn<QByteArray>("out"); // what @/out.fzd holds after a success, else a part of stderr
+        const QString encode = "encode @/in.txt @/out.fzd";
+        const QByteArray drehzahl = "Drehzahl-0CxF0x04x00x03x02x00x00-01x08x00x00x00x00x00x00-DREHZAHL-0-";
+        QTest::newRow("encode, CR LF, no end") << encode << kLines << kStored;
+        QTest::newRow("encode, LF line ends and at the end") << encode << QByteArray(kLines).replace("\r\n", "\n") + "\n" << kStored;
+        QTest::newRow("decode") << "decode @/in.txt" << kStored << kLines;
+        QTest::newRow("no arguments") << "" << QByteArray() << QByteArray("usage");
+        QTest::newRow("decode a missing file") << "decode @/none.fzd" << QByteArray() << QByteArray("no such file");
+        QTest::newRow("decode one byte") << "decode @/in.txt" << QByteArray("x") << QByteArray("shorter than two bytes");
         QTest::newRow("too few fields") << encode << QByteArray("KLEMME15-01-02\r\n") << QByteArray("seven fields");
-        QTest::newRow("record the editor cannot match") << encode
-            << QByteArray("Drehzahl-0cxF0x04x00x03x02x00x00-01x08x00x00x00x00x00x00-DREHZAHL-0-1-DISPLAY") << QByteArray("upper-case hex");
-        QTest::newRow("value above 255") << encode
-            << QByteArray("Drehzahl-0CxF0x04x00x03x02x00x00-01x08x00x00x00x00x00x00-DREHZAHL-0-256-DISPLAY") << QByteArray("0 to 255");
+        QTest::newRow("record the editor cannot match")
+            << encode << QByteArray(drehzahl).replace("0CxF0", "0cxF0") + "1-DISPLAY" << QByteArray("upper-case hex");
+        QTest::newRow("value above 255") << encode << drehzahl + "256-DISPLAY" << QByteArray("0 to 255");
         QTest::newRow("empty text") << encode << QByteArray("\r\n") << QByteArray("empty");
     }
-    void badInput()
+    void run()
     {
-        QFETCH(QStringList, args);
-        QFETCH(QByteArray, text);
-        QFETCH(QByteArray, message);
+        QFETCH(QString, args);
+        QFETCH(QByteArray, in);
+        QFETCH(QByteArray, out);
         QTemporaryDir dir;
-        QVERIFY(writeFile(dir.filePath("in.txt"), text));
-        QProcess run;
-        QVERIFY(runTool(run, args, dir.path()) != 0);
-        const QByteArray err = run.readAllStandardError();
-        QVERIFY2(err.contains(message), err.constData());
-        QVERIFY(!QFile::exists(dir.filePath("out.fzd")));
+        QVERIFY(writeFile(dir.filePath("in.txt"), in));
+        QProcess tool;
+        tool.start(QStringLiteral(VELTRO_VEHICLES_TOOL), args.replace("@", dir.path()).split(' ', Qt::SkipEmptyParts));
+        QVERIFY(tool.waitForFinished(-1) && tool.exitStatus() == QProcess::NormalExit);
+        const QByteArray err = tool.readAllStandardError();
+        if (QString(QTest::currentDataTag()).startsWith("encode")) {
+            QVERIFY2(tool.exitCode() == 0, err.constData());
+            QCOMPARE(readFile(dir.filePath("out.fzd")), out);
+        } else if (QString(QTest::currentDataTag()) == "decode") {
+            QCOMPARE(tool.exitCode(), 0);
+            QCOMPARE(tool.readAllStandardOutput(), out);
+        } else {
+            QVERIFY(tool.exitCode() != 0);
+            QVERIFY2(err.contains(out), err.constData());
+            QVERIFY(!QFile::exists(dir.filePath("out.fzd")));
+        }
     }
 };
 

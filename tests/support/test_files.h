@@ -13,6 +13,12 @@ inline bool writeFile(const QString& path, const QByteArray& content)
     return f.open(QIODevice::WriteOnly) && f.write(content) == content.size();
 }
 
+// A byte vector as a QByteArray, to compare and to write.
+template <class ByteVector> QByteArray qbytes(const ByteVector& b)
+{
+    return QByteArray(reinterpret_cast<const char*>(b.data()), qsizetype(b.size()));
+}
+
 inline QByteArray readFile(const QString& path)
 {
     QFile f(path);

@@ -242,9 +242,7 @@ private slots:
                  (QStringList{"++REMOTE HOST CLOSED CONNECTION!", "++TCP/IP-CONNECTION CLOSED!"}));
         const QByteArray file = readFile(session.t->folder.path() + "/CAN_LOG.txt");
         QVERIFY(file.startsWith("++TRY TO CONNECT TO SERVER...\r\n++CONNECTED TO SERVER!\r\n"));
-        for (const QByteArray& line : {"TX TO SERVER:}x" + a, "TX TO SERVER:}x" + b, QByteArray("TX TO SERVER:}x123"),
-                                       "RX FROM SERVER:" + withCan, "RX FROM SERVER:" + b.left(6), QByteArray("CKS-ERROR"),
-                                       QByteArray("CAN TX-ERROR42")})
+        for (const QByteArray& line : {"TX TO SERVER:}x" + b, "RX FROM SERVER:" + withCan, QByteArray("CAN TX-ERROR42")})
             QVERIFY2(file.contains(line + "\r\n"), line.constData());
         QVERIFY(file.endsWith("++REMOTE HOST CLOSED CONNECTION!\r\n"));
         // Nothing more is written to the closed log.
@@ -275,7 +273,7 @@ private slots:
         QTRY_COMPARE(c.tunnelSentBodies().size(), std::size_t(20));
         QByteArray expected;
         for (const sim::Bytes& b : c.tunnelSentBodies())
-            expected += "CAN" + QByteArray(reinterpret_cast<const char*>(b.data()), qsizetype(b.size()));
+            expected += "CAN" + qbytes(b);
         QVERIFY(expected.count("CAN") > 20);
         QTRY_COMPARE(session.serverGot(), expected);
 
@@ -284,7 +282,7 @@ private slots:
         std::vector<sim::Bytes> bodies;
         for (int k = 0; k < flood; ++k) {
             bodies.push_back(sim::VirtualController::tunnelFrameBody(std::uint32_t(1000 + k)));
-            messages += "CAN" + QByteArray(reinterpret_cast<const char*>(bodies.back().data()), qsizetype(bodies.back().size()));
+            messages += "CAN" + qbytes(bodies.back());
         }
         peer->write(messages);
         QTRY_COMPARE_WITH_TIMEOUT(c.tunnelBodies().size(), std::size_t(flood), 60000);

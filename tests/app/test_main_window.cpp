@@ -1,3 +1,4 @@
+#include "app/translations.h"
 #include "editor/demo_catalogue.h"
 #include "editor/window/form2.h"
 #include "flash/transfer.h"
@@ -10,12 +11,16 @@
 #include <QAccessible>
 #include <QAction>
 #include <QComboBox>
+#include <QDialogButtonBox>
+#include <QFileDialog>
 #include <QGroupBox>
+#include <QInputDialog>
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
+#include <QMessageBox>
 #include <QProgressBar>
 #include <QSerialPort>
 #include <QTextEdit>
@@ -34,24 +39,6 @@ class TestMainWindow : public QObject {
     Q_OBJECT
 private slots:
     void init() { noUpdateServer(); }
-
-    // No ports: READY and nothing to connect to; "BEENDEN" leaves the window 20 twips narrower
-    // and hides the terminal.
-    void noPortsAndEnd()
-    {
-        SimPorts ports;
-        Window win;
-        MainWindow& w = win.w;
-        QCOMPARE(w.statusText(), QString("READY"));
-        QCOMPARE(w.Comboport->count(), 0);
-        QVERIFY(!w.verbinden->isEnabled());
-        QVERIFY(w.Command100->isEnabled() && w.Command17->isEnabled());
-        QCOMPARE(w.size(), QSize(tw(3800), tw(4380)));
-        w.telnet->setVisible(true);
-        w.telnet->Command2_Click();
-        QCOMPARE(w.size(), QSize(tw(3780), tw(4380)));
-        QVERIFY(!w.telnet->isVisible());
-    }
 
     // A port another program holds is named under the button. A good connect shows its status
     // texts in order, then the configuration panel with its buttons, labels and link state, and
@@ -356,7 +343,8 @@ private slots:
     }
 
     // The self-update check at the end of start-up: the question names the server's version;
-    // No downloads nothing; Yes downloads the installer, starts it and closes the tool.
+    // No downloads nothing and the tool goes on; Yes downloads the installer, starts it and
+    // closes the tool.
     void selfUpdate_data()
     {
         QTest::addColumn<bool>("answer");
@@ -381,6 +369,19 @@ private slots:
         if (answer)
             QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(ran), 10000);
         QCOMPARE(w.isVisible(), !answer); // Yes: the tool closed itself for the installer
+        if (answer)
+            return;
+        // No: the tool goes on with no ports, READY and nothing to connect to; "BEENDEN" leaves
+        // the window 20 twips narrower and hides the terminal.
+        QCOMPARE(w.statusText(), QString("READY"));
+        QCOMPARE(w.Comboport->count(), 0);
+        QVERIFY(!w.verbinden->isEnabled());
+        QVERIFY(w.Command100->isEnabled() && w.Command17->isEnabled());
+        QCOMPARE(w.size(), QSize(tw(3800), tw(4380)));
+        w.telnet->setVisible(true);
+        w.telnet->Command2_Click();
+        QCOMPARE(w.size(), QSize(tw(3780), tw(4380)));
+        QVERIFY(!w.telnet->isVisible());
     }
 
     // The road of a configuration change: connect, "DISPLAY KONFIGURIEREN", two display lines
@@ -551,6 +552,31 @@ private slots:
         QTest::keyClicks(w.telnet->telnetsendbox, "ver");
         QTest::keyClick(w.telnet->telnetsendbox, Qt::Key_Return);
         QVERIFY(terminalBytes(w).endsWith("++TERMINAL: Com-Port nicht offen\r\n"));
+    }
+
+    // Qt's own dialogs speak German once the tool has installed Qt's German translation, and
+    // stay usable in English when the translation is missing. Last: the translation stays.
+    void germanButtons()
+    {
+        QMessageBox box(QMessageBox::Question, "Firmware", "Firmware aktualisieren?", QMessageBox::Yes | QMessageBox::No);
+        const auto yesNo = [&box] {
+            return box.button(QMessageBox::Yes)->text().remove('&') + "/" + box.button(QMessageBox::No)->text().remove('&');
+        };
+        QTemporaryDir empty;
+        QVERIFY(!installQtGermanTranslation(empty.path()));
+        QCOMPARE(yesNo(), QString("Yes/No"));
+
+        QVERIFY2(installQtGermanTranslation(), "qtbase_de.qm not found in Qt's translation folder (package qt6-translations-l10n)");
+        box.setStandardButtons(QMessageBox::Yes | QMessageBox::No); // buttons made after the install
+        QCOMPARE(yesNo(), QString("Ja/Nein"));
+        QInputDialog input;
+        QFileDialog files;
+        files.setOption(QFileDialog::DontUseNativeDialog);
+        for (QDialog* dialog : {static_cast<QDialog*>(&input), static_cast<QDialog*>(&files)}) {
+            dialog->show();
+            QCOMPARE(dialog->findChild<QDialogButtonBox*>()->button(QDialogButtonBox::Cancel)->text().remove('&'),
+                     QString("Abbrechen"));
+        }
     }
 };
 

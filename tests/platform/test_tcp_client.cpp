@@ -2,7 +2,6 @@
 // against real servers on 127.0.0.1.
 #include "platform/tcp_client.h"
 
-#include <QSignalSpy>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTest>
@@ -46,8 +45,8 @@ private slots:
         QCOMPARE(tcpStateNumber(S::SocketState(state), S::SocketError(error), closedByUs), number);
     }
 
-    // Accepted -> 7 with no Nagle delay, data both ways, the server closes -> 8 and stays so,
-    // the tool closes -> 0.
+    // Accepted -> 7 with no Nagle delay, data out at once (the way in is the REMOTE and tunnel
+    // roads'), the server closes -> 8 and stays so, the tool closes -> 0.
     void realServer()
     {
         QTcpServer server;
@@ -64,10 +63,6 @@ private slots:
         QVERIFY(client.send("to the server"));
         QVERIFY(peer->waitForReadyRead(5000));
         QCOMPARE(peer->readAll(), QByteArray("to the server"));
-        QSignalSpy arrived(&client, &TcpClient::dataArrived);
-        peer->write("to the tool");
-        QVERIFY(arrived.wait(5000));
-        QCOMPARE(arrived.first().first().toByteArray(), QByteArray("to the tool"));
 
         peer->close();
         QTRY_COMPARE(client.state(), 8);

@@ -72,7 +72,6 @@ private slots:
     void errorsCarryNumberAndText()
     {
         const RuntimeError e(ErrNo::DialogCancel);
-        QCOMPARE(e.number(), 32755);
         QVERIFY(QString::fromStdString(e.message()).startsWith("Laufzeitfehler '32755'"));
         QVERIFY_THROWS_EXCEPTION(RuntimeError, ByteArrayToHexStr(Bytes{}));
         QVERIFY_THROWS_EXCEPTION(RuntimeError, HexStringToByteArray("zz"));

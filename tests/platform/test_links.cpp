@@ -1,5 +1,7 @@
-// The socket's state numbers: the mapping as a table of what Qt reports, and a real client
-// against real servers on 127.0.0.1.
+// The links to devices and servers: why a serial port could not be opened, in the words the
+// windows show; the socket's state numbers, as a table of what Qt reports and with a real
+// client against real servers on 127.0.0.1.
+#include "platform/qt_serial_link.h"
 #include "platform/tcp_client.h"
 
 #include <QTcpServer>
@@ -11,15 +13,41 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cerrno>
+
 #include <memory>
 #include <vector>
 
 using namespace veltro;
 using S = QAbstractSocket;
+using E = QSerialPort;
 
-class TestTcpClient : public QObject {
+class TestLinks : public QObject {
     Q_OBJECT
 private slots:
+    // The reason comes from the error the open itself met. The device is not opened a second
+    // time to find out: some controllers reset when their line is opened.
+    void openFailure_data()
+    {
+        QTest::addColumn<int>("error");
+        QTest::addColumn<QString>("qtText");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("no rights") << int(E::PermissionError) << qt_error_string(EACCES)
+                                   << "Keine Berechtigung für den Port (Benutzer in die Gruppe dialout aufnehmen)";
+        QTest::newRow("held by another program") << int(E::PermissionError) << qt_error_string(EBUSY)
+                                                 << "Port wird von einem anderen Programm benutzt";
+        QTest::newRow("locked") << int(E::PermissionError) << "Permission error while locking the device"
+                                << "Port wird von einem anderen Programm benutzt";
+        QTest::newRow("gone") << int(E::DeviceNotFoundError) << qt_error_string(ENOENT) << "Port nicht vorhanden";
+    }
+    void openFailure()
+    {
+        QFETCH(int, error);
+        QFETCH(QString, qtText);
+        QFETCH(QString, text);
+        QCOMPARE(QString::fromStdString(portOpenFailureText(E::SerialPortError(error), qtText)), text);
+    }
+
     void mapping_data()
     {
         QTest::addColumn<int>("state");
@@ -124,5 +152,5 @@ private slots:
     }
 };
 
-QTEST_MAIN(TestTcpClient)
-#include "test_tcp_client.moc"
+QTEST_MAIN(TestLinks)
+#include "test_links.moc"

@@ -193,15 +193,6 @@ private slots:
         QCOMPARE(result, expected);
     }
 
-    void lastSelection()
-    {
-        QTemporaryDir dir;
-        const QString path = dir.filePath("lastsel.inc");
-        QVERIFY(writeFile(path, QByteArray(40, 'x')));
-        writeLastSelection(path.toStdString(), 3);
-        QCOMPARE(readFile(path), QByteArray(" 3 \r\n"));
-    }
-
     // Stored texts shown as Unicode; what the code page lacks is stored as "?".
     void windows1252()
     {

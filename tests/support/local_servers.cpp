@@ -13,7 +13,7 @@ QJsonObject startFixture(QProcess& process, const QString& script, const QString
     // The system's python first: aiosmtpd belongs to it, and a python shim on PATH may be slow
     // to start or lack ssl.
     const QString python = QFile::exists("/usr/bin/python3") ? "/usr/bin/python3" : "python3";
-    const QString support = qEnvironmentVariable("VELTRO_TEST_SUPPORT", QFileInfo(__FILE__).absolutePath());
+    const QString support = QFileInfo(__FILE__).absolutePath();
     process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     process.start(python, QStringList{support + "/" + script} + args);
     while (!process.canReadLine())

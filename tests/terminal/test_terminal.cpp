@@ -1,5 +1,5 @@
-// The terminal's files and mails. What a typed line sends and how the text keeps the device's
-// bytes are decided by the fuzz model of the terminal on its corpus.
+// The terminal's report file and mail server. What a typed line sends and how the text keeps
+// the device's bytes are decided by the fuzz model of the terminal on its corpus.
 #include "terminal/terminal.h"
 
 #include "test_files.h"
@@ -25,20 +25,13 @@ private slots:
         QVERIFY(!writeTerminalLog(dir.path().toStdString() + "/missing", "x"));
     }
 
-    // Both mails go to the support mailbox with the account's port unless the server names one.
-    void mails()
+    // A mail server named without a port gets the account's port 25. (What the mails carry is
+    // checked where the terminal and REMOTE send them.)
+    void mailServerPort()
     {
-        qputenv("VELTRO_SUPPORT_MAIL", "support@veltro.example");
         qputenv("VELTRO_SMTP", "mail.veltro.example");
-        MailRequest m = reportMail("1A2B3C4D", "/home");
-        QCOMPARE(QString::fromStdString(m.subject + " " + m.file), QString("Nachricht VELTRO S/N:1A2B3C4D /home/terminal_log.txt"));
+        const MailRequest m = reportMail("1A2B3C4D", "/home");
         QCOMPARE(QString::fromStdString(m.server + ":" + std::to_string(m.port)), QString("mail.veltro.example:25"));
-        QCOMPARE(QString::fromStdString(m.to + " " + m.from + " " + m.body),
-                 QString("support@veltro.example support@veltro.example Datenlog anbei"));
-        qputenv("VELTRO_SMTP", "127.0.0.1:2525");
-        m = imageMail("1A2B3C4D", "/home");
-        QCOMPARE(QString::fromStdString(m.subject + " " + m.file), QString("EEPROM DOWNLOAD VELTRO S/N:1A2B3C4D /home/1A2B3C4D.eep"));
-        QCOMPARE(QString::fromStdString(m.server + ":" + std::to_string(m.port)), QString("127.0.0.1:2525"));
         QVERIFY(!m.ssl);
     }
 };

@@ -10,8 +10,7 @@ using namespace veltro;
 
 namespace {
 
-// The call's result as text (a number in decimal, bytes in hex), or "error N" for the runtime
-// error it raised.
+// The call's result as text (a number in decimal), or "error N" for the runtime error it raised.
 template <class Call>
 QString outcome(Call call)
 {
@@ -19,8 +18,6 @@ QString outcome(Call call)
         const auto result = call();
         if constexpr (std::is_same_v<decltype(result), const std::string>)
             return QString::fromStdString(result);
-        else if constexpr (std::is_same_v<decltype(result), const Bytes>)
-            return QByteArray(reinterpret_cast<const char*>(result.data()), qsizetype(result.size())).toHex();
         else
             return QString::number(qint64(result));
     } catch (const RuntimeError& e) {

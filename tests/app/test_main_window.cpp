@@ -38,6 +38,8 @@
 #include <functional>
 #include <memory>
 
+Q_DECLARE_METATYPE(veltro::sim::Request)
+
 using namespace veltro;
 using namespace veltro::test;
 
@@ -240,13 +242,17 @@ private slots:
     void oneDeviceJobAtATime_data()
     {
         QTest::addColumn<QString>("job");
-        for (const char* job : {"connect", "firmware", "older firmware", "config upload", "data readout",
-                                "word readout"})
-            QTest::newRow(job) << QString(job);
+        QTest::addColumn<sim::Request>("own"); // the request the job sends, and no other
+        for (const char* job : {"firmware", "older firmware", "config upload"})
+            QTest::newRow(job) << QString(job) << sim::Request::Bootloader;
+        QTest::newRow("connect") << QString("connect") << sim::Request::Identify;
+        QTest::newRow("data readout") << QString("data readout") << sim::Request::DataBlock;
+        QTest::newRow("word readout") << QString("word readout") << sim::Request::Word;
     }
     void oneDeviceJobAtATime()
     {
         QFETCH(QString, job);
+        QFETCH(sim::Request, own);
         Served served({{"/fwupdate/VELTRO_3_180.txt", "170,1.70"}, {"/fwupdate/3_180_lastfw", QByteArray(3000, 'F')},
                        {"/fwupdate/180.txt", "170,1.70"}, {"/fwupdate/180_lastfw", QByteArray(3000, 'F')}});
         SimPorts ports;
@@ -271,10 +277,6 @@ private slots:
         std::map<sim::Request, int> before;
         for (sim::Request r : {sim::Request::Identify, sim::Request::DataBlock, sim::Request::Word, sim::Request::Bootloader})
             before[r] = c.requestCount(r);
-        const sim::Request own = job == "connect"        ? sim::Request::Identify
-                                 : job == "data readout" ? sim::Request::DataBlock
-                                 : job == "word readout" ? sim::Request::Word
-                                                         : sim::Request::Bootloader;
         QSignalSpy percent(w.transferProgress, &QProgressBar::valueChanged);
         // The buttons start their jobs; the rest come from the service menu.
         if (QPushButton* b = job == "connect" ? w.verbinden : job == "firmware" ? w.Command7
@@ -552,9 +554,6 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(c.streamFinished(), 20000);
         const QByteArray stream = qbytes(pattern);
         QTRY_VERIFY(terminalBytes(w).endsWith(stream));
-        // The view shows the same last line (its own line breaks aside).
-        const QByteArray lastLine = stream.trimmed().split('\n').last().split('\r').last();
-        QTRY_COMPARE(w.telnet->terminal->toPlainText().trimmed().split('\n').last(), QString::fromLatin1(lastLine));
 
         // BERICHT SENDEN: the file holds the terminal's text and CR LF; the mail carries it.
         const QByteArray text = terminalBytes(w);

@@ -18,11 +18,7 @@
 #include <mutex>
 
 using namespace veltro;
-using veltro::test::RecordingReporter;
-using veltro::test::SimPorts;
-using veltro::test::qbytes;
-using veltro::test::readFile;
-using veltro::test::writeFile;
+using namespace veltro::test;
 
 using Setup = std::function<void(sim::VirtualController&)>;
 

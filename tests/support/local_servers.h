@@ -15,10 +15,7 @@ namespace veltro::test {
 // HTTP and HTTPS serving a folder (http_server.py).
 class LocalHttpServer {
 public:
-    LocalHttpServer() = default;
     ~LocalHttpServer();
-    LocalHttpServer(const LocalHttpServer&) = delete;
-    LocalHttpServer& operator=(const LocalHttpServer&) = delete;
 
     bool start(const QString& servedDir);
 
@@ -49,10 +46,7 @@ private:
 // mail.
 class LocalSmtpServer {
 public:
-    LocalSmtpServer() = default;
     ~LocalSmtpServer();
-    LocalSmtpServer(const LocalSmtpServer&) = delete;
-    LocalSmtpServer& operator=(const LocalSmtpServer&) = delete;
 
     // With `starttls` the server offers STARTTLS with a certificate made for this run.
     bool start(const QString& user, const QString& password, bool starttls = false);

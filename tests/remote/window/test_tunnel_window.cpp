@@ -169,7 +169,6 @@ private slots:
         QFETCH(QStringList, lines);
         QFETCH(int, baud);
         const bool connectable = baud > 0;
-        Device device;
         Tunnel t(record == "-" ? nullptr : &record, id);
         QCOMPARE(logLines(*t.form), lines);
         QCOMPARE(t.form->command1->isEnabled(), connectable);

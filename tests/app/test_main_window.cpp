@@ -393,7 +393,7 @@ private slots:
             QCOMPARE(w.statusText(), QString("CHECKSUMME OK - VERBUNDEN!"));
         }
         QVERIFY(scanned.wait(30000));
-        QCOMPARE(w.Comboport->count(), 3); // the entries' texts and order: test_discovery
+        QCOMPARE(w.Comboport->count(), 3); // the entries' texts and order: test_device
         QCOMPARE(w.List3->item(0)->text() + w.List3->item(1)->text() + w.List3->item(2)->text(), QString("247"));
         QCOMPARE(w.List3->count(), choice == "connect 4" ? 3 + 1026 : 3);
         QCOMPARE(w.List3->item(w.Comboport->currentIndex())->text(), QString::number(selectedPort));
@@ -515,7 +515,7 @@ private slots:
     // The terminal on the controller's port: opening lines, typed lines as the controller gets
     // them, its output kept byte for byte, the report mail, closing; failed mails say why; a
     // port another program holds and a controller pulled out say so once each.
-    // (Which typed lines mail the image is checked by test_terminal.)
+    // (Which typed lines mail the image is the fuzz model's of the terminal.)
     void terminalRoad()
     {
         Mailbox mailbox;

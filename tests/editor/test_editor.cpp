@@ -348,7 +348,7 @@ private slots:
             writeFile(f.file("v1.fzd"), QByteArray::fromStdString(encodeVehicleData(
                                             "Drehzahl-" + kRpm + "-" + kZero + "-DREHZAHL-0-1-DISPLAY")));
         }, "1", "180", 380, true};
-        // Speed and switching bytes map through the lists (checked in test_config_image); one
+        // Speed and switching bytes map through the lists (the fuzz model of the image); one
         // beyond them ends the opening.
         QTest::newRow("speed byte beyond the list") << OpeningRow{[](Folder& f) {
             Bytes image = editorImage();

@@ -1,5 +1,8 @@
 #include "app/cli.h"
 
+#include "app/config_words.h"
+#include "app/history.h"
+
 #include "device/discovery.h"
 #include "device/identify.h"
 #include "device/readout.h"
@@ -59,6 +62,8 @@ void printUsage(std::ostream& s)
          "  upload-config FILE --port N     bootloader transfer of FILE in configuration mode\n"
          "  readout --port N                data block and word readout (serial, date, lambda, word)\n"
          "  config show FILE [--vehicle N]  a configuration image (.eep, .tmp) in words, one item a line\n"
+         "  config diff A B [--vehicle N]   what differs between two images, one item a line (exit 1: differ)\n"
+         "  history SERIAL                  a controller's service history, newest first\n"
          "  --help, -h                      this text\n"
          "  --version                       the tool's version\n"
          "exit codes: 0 success, 1 the device, server or a file failed, 2 wrong arguments\n";
@@ -101,8 +106,11 @@ int cmdIdentify(int port, std::ostream& out, std::ostream& err)
     StreamReporter reporter(err);
     auto link = PortSerialLinkFactory().create(port);
     ConnectResult r = runConnect(*link, reporter);
-    if (r.currentLayout)
+    std::string historyProblem;
+    if (r.currentLayout) {
         r.savedFile = saveImageFile(programFolder(), r.serial, r.image);
+        historyProblem = keepImage(programFolder(), r.serial, r.image, factsOf(r));
+    }
     if (!r.connected()) {
         err << r.finalStatus;
         if (!r.portError.empty()) err << " (" << r.portError << ")";
@@ -118,6 +126,8 @@ int cmdIdentify(int port, std::ostream& out, std::ostream& err)
     out << "Hardware: " << r.hardwareVersion() << '\n';
     out << "Layout: " << layout << '\n';
     err << r.finalStatus << '\n';
+    if (!historyProblem.empty())
+        err << historyProblemLine(historyProblem) << '\n';
     if (r.currentLayout && r.savedFile.empty()) {
         err << "Abbild konnte nicht gespeichert werden: " << programFolder() << "/" << r.serial << ".eep\n";
         return 1;
@@ -177,24 +187,20 @@ int cmdTransfer(bool firmware, const std::string& file, int port, std::ostream& 
     return outcome == TransferOutcome::Success ? 0 : 1;
 }
 
-// config show FILE [--vehicle N]: the image's choices as the editor would show them, for an
-// image that came by mail. Only reads: unlike the editor's start-up it never creates the file.
-
-// The controller type that identify leaves in the image is the vehicle's number in the
-// catalogue. 0xFF there is erased EEPROM, or a file the editor's writer created: no vehicle.
-constexpr std::size_t kImageVehicleByte = 1014;
-// Offsets 0 to 943 carry the display configuration; a shorter file reads as 0 from its end.
-constexpr std::size_t kConfigurationBytes = 944;
-
-struct ShowArguments {
-    std::string file;
+// config show FILE [--vehicle N] and config diff A B [--vehicle N]: images in words, for an
+// image that came by mail or one from a controller's history. Only reads: unlike the editor's
+// start-up it never creates a file.
+struct ConfigArguments {
+    std::vector<std::string> files;
     std::optional<int> vehicle;
 };
 
-// The arguments after "config show", or the reason they are wrong.
-std::optional<ShowArguments> showArguments(const std::vector<std::string>& args, std::string& why)
+// The arguments after "config show" or "config diff" (`count` files), or the reason they are
+// wrong.
+std::optional<ConfigArguments> configArguments(const std::vector<std::string>& args, std::size_t count,
+                                               std::string& why)
 {
-    ShowArguments a;
+    ConfigArguments a;
     for (std::size_t i = 2; i < args.size(); ++i) {
         if (args[i] == "--vehicle") {
             a.vehicle = i + 1 < args.size() ? wholeNumber(args[i + 1]) : std::nullopt;
@@ -206,131 +212,70 @@ std::optional<ShowArguments> showArguments(const std::vector<std::string>& args,
         } else if (args[i].size() > 1 && args[i][0] == '-') {
             why = "unbekannte Option " + args[i];
             return std::nullopt;
-        } else if (!a.file.empty()) {
-            why = "nur eine Datei angeben";
+        } else if (a.files.size() == count) {
+            why = count == 1 ? "nur eine Datei angeben" : "nur zwei Dateien angeben";
             return std::nullopt;
         } else {
-            a.file = args[i];
+            a.files.push_back(args[i]);
         }
     }
-    if (a.file.empty()) {
-        why = "FILE fehlt";
+    if (a.files.size() < count) {
+        why = count == 1 ? "FILE fehlt" : "zwei Dateien angeben (A B)";
         return std::nullopt;
     }
     return a;
 }
 
-// Catalogue and vehicle data texts are Windows-1252; the terminal gets UTF-8.
-std::string utf8(const std::string& windows1252) { return windows1252ToQString(windows1252).toStdString(); }
-
-// The list entry the editor selects for an image byte; the byte with a note when the list has
-// none for it (speed 0 and 5..254, switching 31..254).
-template <class IndexOf>
-std::string listEntry(std::uint8_t byte, const std::vector<std::string>& names, IndexOf indexOf)
+// The words of one image; false (with the reason on `err`) when it cannot be read.
+bool describe(const std::string& file, std::optional<int> vehicle, ConfigWords& words, std::ostream& err)
 {
-    int index = -1;
-    try {
-        index = indexOf(byte);
-    } catch (const RuntimeError&) {
-    }
-    if (index < 0 || index >= int(names.size()))
-        return std::to_string(byte) + " (kein Eintrag der Liste)";
-    return names[std::size_t(index)];
+    words = describeImageFile(file, vehicle, programFolder());
+    if (!words.warning.empty())
+        err << words.warning << '\n';
+    if (!words.error.empty())
+        err << words.error << '\n';
+    return words.error.empty();
 }
 
-int cmdConfigShow(const ShowArguments& a, std::ostream& out, std::ostream& err)
+int cmdConfigShow(const ConfigArguments& a, std::ostream& out, std::ostream& err)
 {
-    namespace fs = std::filesystem;
-    std::error_code error;
-    if (!fs::exists(a.file, error)) {
-        err << a.file << ": Datei nicht gefunden\n";
+    ConfigWords words;
+    if (!describe(a.files[0], a.vehicle, words, err))
         return 1;
-    }
-    if (fs::is_directory(a.file, error)) {
-        err << a.file << ": ein Ordner, kein Abbild\n";
-        return 1;
-    }
-    std::ifstream in(a.file, std::ios::binary);
-    Bytes image(kMaxImageFile + 1);
-    in.read(reinterpret_cast<char*>(image.data()), std::streamsize(image.size()));
-    image.resize(std::size_t(in.gcount()));
-    if (!in.is_open() || in.bad()) {
-        err << a.file << ": Datei nicht lesbar\n";
-        return 1;
-    }
-    if (image.size() > kMaxImageFile) {
-        err << a.file << ": kein Konfigurationsabbild, mehr als " << kMaxImageFile << " Bytes\n";
-        return 1;
-    }
-    if (image.size() < kConfigurationBytes)
-        err << a.file << ": nur " << image.size() << " Bytes, der Rest wird als 0 gelesen\n";
+    for (const ConfigItem& item : words.items)
+        out << item.label << ": " << item.value << '\n';
+    return 0;
+}
 
-    std::optional<int> vehicle = a.vehicle;
-    const bool fromImage = !vehicle && image.size() > kImageVehicleByte && image[kImageVehicleByte] != 0xFF;
-    if (fromImage)
-        vehicle = image[kImageVehicleByte];
+// Like diff: 0 when the images say the same, 1 when they differ, 2 when one cannot be read.
+int cmdConfigDiff(const ConfigArguments& a, std::ostream& out, std::ostream& err)
+{
+    ConfigWords before, after;
+    if (!describe(a.files[0], a.vehicle, before, err) || !describe(a.files[1], a.vehicle, after, err))
+        return 2;
+    const std::vector<std::string> lines = configDifferences(before, after);
+    for (const std::string& line : lines)
+        out << line << '\n';
+    return lines.empty() ? 0 : 1;
+}
 
-    std::string vehicleLine = "Fahrzeug: keines angegeben (--vehicle N), Datensätze in Hex";
-    std::string dataFile;
-    VehicleDescription data;
-    if (vehicle) {
-        const std::string cataloguePath = programFile("vehicles.inc");
-        std::vector<CatalogueEntry> catalogue;
-        try {
-            catalogue = readCatalogue(cataloguePath);
-        } catch (const RuntimeError& e) {
-            err << cataloguePath << ": " << e.text() << '\n';
-            return 1;
-        }
-        if (std::size_t(*vehicle) >= catalogue.size()) {
-            err << "Fahrzeug " << *vehicle << (fromImage ? " (laut Abbild)" : "") << " steht nicht in "
-                << cataloguePath << " (" << catalogue.size() << " Fahrzeuge ab 0)";
-            if (fromImage)
-                err << "; mit --vehicle N ein Fahrzeug wählen";
-            err << '\n';
-            return 1;
-        }
-        const CatalogueEntry& entry = catalogue[std::size_t(*vehicle)];
-        const std::string dataPath = programFile(entry.dataFile);
-        if (!fs::is_regular_file(dataPath, error)) {
-            err << dataPath << ": Datei nicht gefunden\n";
-            return 1;
-        }
-        try {
-            data = loadVehicleData(dataPath);
-        } catch (const RuntimeError& e) {
-            err << dataPath << ": " << e.text() << '\n';
-            return 1;
-        }
-        dataFile = utf8(entry.dataFile);
-        vehicleLine = std::string(fromImage ? "Fahrzeug laut Abbild: " : "Fahrzeug: ") + std::to_string(*vehicle) +
-                      " " + utf8(entry.name);
+// history SERIAL: the controller's service history, newest first.
+int cmdHistory(const std::string& serial, std::ostream& out, std::ostream& err)
+{
+    const std::vector<HistoryEntry> entries = readHistory(programFolder(), serial);
+    if (entries.empty()) {
+        err << "keine Servicehistorie für " << serial << " (" << historyFolder(programFolder(), serial) << ")\n";
+        return 1;
     }
-
-    // The entry the editor preselects for a row; the row itself when there is none.
-    const auto named = [&](const std::string& row, int match, auto nameOf) -> std::string {
-        if (match >= 0)
-            return utf8(nameOf(std::size_t(match)));
-        return vehicle ? row + " (kein Eintrag in " + dataFile + ")" : row;
-    };
-    const ImageReading r = readImage(image);
-    out << vehicleLine << '\n';
-    for (int line = 0; line < kDisplayLineCount; ++line) {
-        const std::string& row = r.rows[std::size_t(displayLineSlot(line))];
-        out << "Anzeigezeile " << line + 1 << ": "
-            << named(row, matchingDisplayValue(data, row), [&](std::size_t k) { return data.displayValues[k].name; })
-            << '\n';
+    for (const HistoryEntry& e : entries) {
+        out << e.date << "  Firmware " << (e.firmware.empty() ? "?" : e.firmware) << "  " << e.event;
+        if (!e.file.empty())
+            out << " (" << e.file << ")";
+        out << ": " << e.outcome;
+        if (!e.image.empty())
+            out << "  " << e.image;
+        out << '\n';
     }
-    out << "Schalteingang: "
-        << named(r.rows[8], matchingSwitch(data, r.rows[8]), [&](std::size_t k) { return data.switches[k].name; })
-        << '\n';
-    out << "Anzeigegeschwindigkeit: " << listEntry(r.speed, speedNames(), speedIndex) << '\n';
-    out << "Automatische Umschaltung: " << listEntry(r.switching, switchingNames(), switchingIndex) << '\n';
-    out << "Unterspannungsschwelle: " << thresholdText(r.threshold, ',') << " V\n";
-    const auto yesNo = [&](ImageFlag flag) { return r.flags & flag ? "ja" : "nein"; };
-    out << "Anzeige \"bei Zündung aus\" aktiv: " << yesNo(FlagIgnitionOffDisplay) << '\n';
-    out << "Warnung Unterspannung aktiv: " << yesNo(FlagUndervoltageWarning) << '\n';
-    out << "Sleepmodus nach 24h aktivieren (Strom sparen): " << yesNo(FlagSleepAfter24h) << '\n';
     return 0;
 }
 
@@ -382,14 +327,23 @@ int runCli(const std::vector<std::string>& args, std::ostream& out, std::ostream
         }
         return cmdTransfer(args[0] == "flash-firmware", file, port, err);
     }
-    if (args[0] == "config" && args.size() > 1 && args[1] == "show") {
+    if (args[0] == "config" && args.size() > 1 && (args[1] == "show" || args[1] == "diff")) {
+        const bool show = args[1] == "show";
         std::string why;
-        const auto a = showArguments(args, why);
+        const auto a = configArguments(args, show ? 1 : 2, why);
         if (!a) {
-            err << "config show: " << why << "\nusage: veltro-cli config show FILE [--vehicle N]\n";
+            err << "config " << args[1] << ": " << why << "\nusage: veltro-cli config "
+                << (show ? "show FILE" : "diff A B") << " [--vehicle N]\n";
             return 2;
         }
-        return cmdConfigShow(*a, out, err);
+        return show ? cmdConfigShow(*a, out, err) : cmdConfigDiff(*a, out, err);
+    }
+    if (args[0] == "history") {
+        if (args.size() != 2 || !isControllerSerial(args[1])) {
+            err << "history: SERIENNUMMER angeben (acht Hex-Ziffern, wie identify sie zeigt)\n";
+            return 2;
+        }
+        return cmdHistory(args[1], out, err);
     }
     return usage(err);
 }

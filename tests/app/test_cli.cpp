@@ -1,4 +1,5 @@
 #include "app/cli.h"
+#include "app/history.h"
 #include "editor/config_image.h"
 #include "editor/demo_catalogue.h"
 #include "flash/transfer.h"
@@ -228,6 +229,55 @@ private slots:
             QCOMPARE(int(c.receivedMode()), args.startsWith("flash-firmware") ? 0x7B : 0x7C);
             QCOMPARE(c.receivedImage(), transferImageOf(Bytes(300, 'x')));
         }
+    }
+
+    // The service history on the command line: identify keeps the controller's image once for
+    // each content; `history` lists the entries newest first, `config diff` names what changed;
+    // a history that cannot be written is said once and the identify still succeeds.
+    void history()
+    {
+        SimPorts ports;
+        auto& c = ports.add(6);
+        const Bytes image = editorImage();
+        c.setConfiguration(Bytes(image.begin(), image.begin() + 1008));
+        c.setControllerType(1);
+        QVERIFY(installDemoCatalogue(demoCatalogueDir(), ports.home()) > 0);
+        const auto run = [](std::vector<std::string> args, int code, QString* text = nullptr) {
+            std::ostringstream out, err;
+            QCOMPARE(runCli(args, out, err), code);
+            if (text)
+                *text = QString::fromStdString(out.str() + err.str());
+        };
+        run({"identify", "--port", "6"}, 0);
+        run({"identify", "--port", "6"}, 0);
+        QCOMPARE(readHistory(ports.home(), "1A2B3C4D").size(), std::size_t(1));
+        // Display line 3 now shows what line 4 showed.
+        for (std::size_t k = 0; k < 8; ++k)
+            c.setImageByte(8 * std::size_t(displayLineSlot(2)) + k, image[8 * std::size_t(displayLineSlot(3)) + k]);
+        run({"identify", "--port", "6"}, 0);
+        const std::vector<HistoryEntry> entries = readHistory(ports.home(), "1A2B3C4D");
+        QCOMPARE(entries.size(), std::size_t(2));
+        QString text;
+        run({"history", "1A2B3C4D"}, 0, &text);
+        QCOMPARE(text.count('\n'), 2);
+        QVERIFY2(text.indexOf(QString::fromStdString(entries[0].image)) < text.indexOf(QString::fromStdString(entries[1].image)),
+                 qPrintable(text));
+        QVERIFY2(text.contains("Firmware 166  Abbild gelesen: OK"), qPrintable(text));
+        run({"config", "diff", entries[1].image, entries[0].image}, 1, &text);
+        QCOMPARE(text, QString("Anzeigezeile 3: Betriebsstunden -> Batteriespannung\n"));
+        run({"config", "diff", entries[0].image, entries[0].image, "--vehicle", "1"}, 0, &text);
+        QCOMPARE(text, QString());
+        run({"config", "diff", entries[0].image}, 2);
+        run({"config", "diff", entries[0].image, "/nonexistent.eep"}, 2);
+        run({"history", "0F0B1703"}, 1);
+        run({"history", "1a2b"}, 2);
+
+        // A file where the history folder should be: the identify goes on and says so once.
+        QVERIFY(QDir(ports.homePath() + "/history").removeRecursively());
+        QVERIFY(writeFile(ports.homePath() + "/history", "x"));
+        c.setImageByte(0, 0x55);
+        run({"identify", "--port", "6"}, 0, &text);
+        QCOMPARE(text.count("Servicehistorie nicht gespeichert: "), 1);
     }
 };
 

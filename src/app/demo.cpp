@@ -1,5 +1,6 @@
 #include "app/demo.h"
 
+
 #include "device/protocol.h"
 #include "editor/demo_catalogue.h"
 #include "platform/port_numbering.h"
@@ -153,6 +154,7 @@ DemoSetup::DemoSetup() : impl_(std::make_unique<Impl>())
     QDir().mkpath(QString::fromStdString(folder_));
     // The sample vehicle catalogue, without touching files the user already has there.
     installDemoCatalogue(demoCatalogueDir(), folder_);
+    seedDemoHistory(folder_, imageSerial(impl_->controller.image()), impl_->controller.image());
 
     if (impl_->tunnel.listen(QHostAddress::LocalHost, 0))
         echoFrames(impl_->tunnel);

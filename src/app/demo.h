@@ -6,10 +6,16 @@
 // its version and serial number once, and then only listens; for the CAN-bus tunnel a server
 // that sends every frame back. While the tunnel window is open the controller is the CAN
 // interface and reports a frame every half second.
+#include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace veltro {
+
+// Two earlier configurations of the demo controller (`image`, serial `serial`) in the service
+// history of `folder`, unless it already has one.
+void seedDemoHistory(const std::string& folder, const std::string& serial, const std::vector<std::uint8_t>& image);
 
 class DemoSetup {
 public:

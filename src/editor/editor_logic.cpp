@@ -116,7 +116,8 @@ EditorView startEditorFromFolder(const std::string& folder, const EditorLink& li
 {
     const std::vector<CatalogueEntry> catalogue = readCatalogue(folder + "/vehicles.inc");
     const int vehicle = editorVehicleNumber(link.ecutyp, catalogue.size());
-    const ImageReading image = readImageFile(folder + "/" + link.fwupdateser + ".eep");
+    const ImageReading image =
+        readImageFile(link.imageFile.empty() ? folder + "/" + link.fwupdateser + ".eep" : link.imageFile);
     return startEditor(catalogue, vehicle, image, decimalSeparator);
 }
 

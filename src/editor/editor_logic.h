@@ -31,6 +31,7 @@ struct EditorLink {
     std::string ecutyp;       // vehicle number (image byte 1014) as decimal text
     std::string fwupdateser;  // serial number: names the image files
     std::string btversion;    // layout version (image byte 1012) as decimal text
+    std::string imageFile;    // the image to preselect from; empty: fwupdateser + ".eep"
 };
 
 struct EditorView {

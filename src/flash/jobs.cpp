@@ -131,6 +131,7 @@ FirmwareResult runFirmwareUpdate(const FirmwareInputs& in, Dialogs& dialogs, Rep
         imageUrl = http + latestImagePath(in);
     }
 
+    result.file = imageUrl;
     if (hooks.showList) hooks.showList();
     reporter.step("Starte Download...");
     const std::string image = folder + "/jdwiii.hzg";

@@ -28,6 +28,7 @@ struct FirmwareInputs {
 struct FirmwareResult {
     std::optional<TransferOutcome> transfer; // set when blocks were sent
     bool flashed = false;                    // "Erfolgreich geflasht!"
+    std::string file;                        // the image's address, once the user took an offer
     // Every run ends with this name, so the device-specific probe does not offer the same
     // file again; also when the user declined.
     std::string fwupdateser = "KJS";

@@ -2,6 +2,7 @@
 // under the serial number and read by the editor against the demo program folder; the tunnel
 // and REMOTE on the demo's servers.
 #include "app/demo.h"
+#include "app/history.h"
 #include "editor/editor_logic.h"
 #include "remote/window/form3.h"
 #include "sim_ports.h"
@@ -47,6 +48,8 @@ private slots:
         connect(&w, &MainWindow::tunnelClosed, this, [this] { demo_->setTunnelOpen(false); });
         win.connectNow();
         const std::string serial = w.state.fwupdateser.toStdString();
+        // Two earlier configurations came with the demo; the connect kept the third.
+        QCOMPARE(readHistory(demo_->programFolder(), serial).size(), std::size_t(3));
 
         // Saving the choices the editor opens with unchanged gives the controller's configuration
         // bytes back (the identification bytes from 1008 on aside): records B, the KLEMME15 and

@@ -2,6 +2,10 @@
 // rule, the scan, the firmware notice and self-update, the configuration road, the terminal and
 // its report, REMOTE, and Qt's German dialogs.
 #include "accessible_tree.h"
+#include "app/history.h"
+#include "app/window/history_dialog.h"
+#include "editor/config_image.h"
+#include "editor/editor_logic.h"
 #include "app/translations.h"
 #include "editor/demo_catalogue.h"
 #include "editor/window/form2.h"
@@ -273,7 +277,7 @@ private slots:
             return *std::find_if(actions.begin(), actions.end(), [&](QAction* a) { return a->text() == text; });
         };
         const QList<QAction*> serviceJobs = {service("Datenblock auslesen"), service("Wort auslesen (Command15)"),
-                                             service("Firmware-Update (ältere Form)")};
+                                             service("Firmware-Update (ältere Form)"), service("Frühere Konfiguration…")};
         std::map<sim::Request, int> before;
         for (sim::Request r : {sim::Request::Identify, sim::Request::DataBlock, sim::Request::Word, sim::Request::Bootloader})
             before[r] = c.requestCount(r);
@@ -300,8 +304,10 @@ private slots:
         }
         for (auto handler : {&MainWindow::verbinden_Click, &MainWindow::Command100_Click, &MainWindow::Command17_Click,
                              &MainWindow::Command7_Click, &MainWindow::Command4_Click, &MainWindow::Command8_Click,
-                             &MainWindow::Command15_Click, &MainWindow::readDataBlock, &MainWindow::olderFirmwareUpdate})
+                             &MainWindow::Command15_Click, &MainWindow::readDataBlock, &MainWindow::olderFirmwareUpdate,
+                             &MainWindow::earlierConfiguration})
             (w.*handler)();
+        QVERIFY(!w.historyDialog());
         QVERIFY(w.deviceJobRunning());
         if (job == "firmware") {
             QTRY_VERIFY_WITH_TIMEOUT(w.List1->isVisible(), 10000);
@@ -809,6 +815,63 @@ private slots:
         qunsetenv("VELTRO_SMTP");
         qunsetenv("VELTRO_WEB_HTTP");
         qunsetenv("VELTRO_SUPPORT_MAIL");
+    }
+
+    // Going back: each connect keeps the controller's image in its history (a history that
+    // cannot be written is said once, and the connect goes on); "Frühere Konfiguration…" lists
+    // the kept images with what differs from the connect's image, and the chosen one opens in
+    // the editor, whose save uploads exactly what the editor makes of that image.
+    void earlierConfiguration()
+    {
+        SimPorts ports;
+        auto& c = ports.add(4);
+        c.setLayout(181);
+        c.setControllerType(1);
+        QVERIFY(installDemoCatalogue(demoCatalogueDir(), ports.home()) > 0);
+        QVERIFY(writeFile(ports.homePath() + "/history", "x")); // no folder can be made there
+        Window win;
+        MainWindow& w = win.w;
+        win.connectNow();
+        QCOMPARE(w.List1->findItems("Servicehistorie nicht gespeichert: ", Qt::MatchStartsWith).size(), 1);
+        QVERIFY(QFile::remove(ports.homePath() + "/history"));
+        win.connectNow();
+        const QByteArray older = qbytes(c.image()).left(1026);
+        const Bytes image = c.image(); // display line 3 now shows what line 4 showed
+        for (std::size_t k = 0; k < 8; ++k)
+            c.setImageByte(8 * std::size_t(displayLineSlot(2)) + k, image[8 * std::size_t(displayLineSlot(3)) + k]);
+        win.connectNow();
+        QCOMPARE(readHistory(ports.home(), "1A2B3C4D").size(), std::size_t(2));
+
+        const auto actions = w.frame_config->actions();
+        QAction* back = *std::find_if(actions.begin(), actions.end(),
+                                      [](QAction* a) { return a->text() == "Frühere Konfiguration…"; });
+        QVERIFY(back->isEnabled() && back->isVisible());
+        back->trigger();
+        HistoryDialog* dialog = w.historyDialog();
+        QVERIFY(dialog && dialog->isVisible());
+        QCOMPARE(dialog->entries->count(), 2);
+        QVERIFY(dialog->entries->item(0)->text().endsWith("Firmware 166  wie die jetzige Konfiguration"));
+        QVERIFY2(dialog->entries->item(1)->text().contains("Firmware 166  Anzeigezeile 3: "),
+                 qPrintable(dialog->entries->item(1)->text()));
+        dialog->entries->setCurrentRow(1);
+        QTest::mouseClick(dialog->buttons->button(QDialogButtonBox::Open), Qt::LeftButton);
+        Form2* form = w.editor();
+        QVERIFY(form && form->isVisible());
+
+        // What the editor's save makes of the older image, in a folder of its own.
+        QTemporaryDir other;
+        const std::string folder = other.path().toStdString();
+        QVERIFY(installDemoCatalogue(demoCatalogueDir(), folder) > 0);
+        QVERIFY(writeFile(other.path() + "/1A2B3C4D.eep", older));
+        saveEditor(folder, "1A2B3C4D", veltro::openEditor(folder, {"1", "1A2B3C4D", "181"}, ','), ',');
+        const QByteArray expected = readFile(other.path() + "/1A2B3C4D.tmp");
+        QSignalSpy uploaded(&w, &MainWindow::uploadFinished);
+        QTest::mouseClick(form->Command3, Qt::LeftButton);
+        QVERIFY(uploaded.wait(30000));
+        QCOMPARE(c.receivedImage(), transferImageOf(Bytes(expected.begin(), expected.end())));
+        const HistoryEntry upload = readHistory(ports.home(), "1A2B3C4D").front();
+        QCOMPARE(QString::fromStdString(upload.event + ": " + upload.outcome),
+                 QString("Konfiguration übertragen: Erfolgreich übertragen!"));
     }
 
     // Qt's own dialogs speak German once the tool has installed Qt's German translation, and

@@ -1,5 +1,7 @@
 #include "app/window/main_window.h"
 
+#include "app/history.h"
+#include "app/window/history_dialog.h"
 #include "app/window/window_dialogs.h"
 #include "app/window/window_reporter.h"
 #include "device/discovery.h"
@@ -74,7 +76,8 @@ void MainWindow::connectControls()
                                 {actionCommand15, &MainWindow::Command15_Click},
                                 {actionCopySerialNumber, &MainWindow::copySerialNumber},
                                 {actionCommand5, &MainWindow::Command5_Click},
-                                {actionOlderFirmware, &MainWindow::olderFirmwareUpdate}})
+                                {actionOlderFirmware, &MainWindow::olderFirmwareUpdate},
+                                {actionEarlierConfiguration, &MainWindow::earlierConfiguration}})
         connect(action, &QAction::triggered, this, slot);
     connect(Timer2, &QTimer::timeout, this, &MainWindow::Timer2_Timer);
     connect(Timer3, &QTimer::timeout, this, &MainWindow::Timer3_Timer);
@@ -182,7 +185,7 @@ void MainWindow::lockDeviceControls(bool locked)
     // state for afterwards; so are the service entries that start a device job.
     for (QWidget* body : {connectBody, configBody, olderBody})
         body->setEnabled(!locked);
-    for (QAction* a : {actionReadDataBlock, actionCommand15, actionOlderFirmware})
+    for (QAction* a : {actionReadDataBlock, actionCommand15, actionOlderFirmware, actionEarlierConfiguration})
         a->setEnabled(!locked);
 }
 
@@ -198,14 +201,23 @@ void MainWindow::verbinden_Click()
     connectProblem->clear();
     connectProblem->setVisible(false);
     const std::string folder = programFolder();
-    runOnChosenPort<ConnectResult>(
+    struct Connected {
+        ConnectResult r;
+        std::string historyProblem;
+    };
+    runOnChosenPort<Connected>(
         [folder](SerialLink& link, Reporter& reporter) {
-            ConnectResult r = runConnect(link, reporter);
-            if (r.currentLayout)
-                r.savedFile = saveImageFile(folder, r.serial, r.image);
-            return r;
+            Connected c{runConnect(link, reporter), {}};
+            if (c.r.currentLayout) {
+                c.r.savedFile = saveImageFile(folder, c.r.serial, c.r.image);
+                c.historyProblem = keepImage(folder, c.r.serial, c.r.image, factsOf(c.r));
+            }
+            return c;
         },
-        [this](const ConnectResult& r) { applyConnect(r); });
+        [this](const Connected& c) {
+            historyProblem_ = c.historyProblem;
+            applyConnect(c.r);
+        });
 }
 
 void MainWindow::applyConnect(const ConnectResult& r)
@@ -230,6 +242,10 @@ void MainWindow::applyConnect(const ConnectResult& r)
         Command1->setEnabled(true);
         if (r.savedFile.empty())
             Add_Item("Abbild konnte nicht gespeichert werden: " + QString::fromStdString(programFolder()));
+        if (!historyProblem_.empty())
+            Add_Item(QString::fromStdString(historyProblemLine(historyProblem_)));
+        connectImage_ = r.image;
+        connectSerial_ = r.serial;
     }
     // An image that passes both layout tests shows as the older layout, as the device expects.
     if (r.olderLayout) {
@@ -354,6 +370,8 @@ void MainWindow::runFirmware(bool olderForm)
         },
         [this](const FirmwareResult& r) {
             transferring_ = false;
+            if (!r.file.empty())
+                recordInHistory(kEventFirmware, r.file);
             Timer5->start();
             Command7->setEnabled(true);
             setStatus("READY");
@@ -380,6 +398,8 @@ void MainWindow::Command4_Click()
         },
         [this](const ConfigUploadResult& r) {
             transferring_ = false;
+            if (r.transfer)
+                recordInHistory(kEventUpload, r.file);
             if (r.eepromdirectTaken)
                 state.eepromdirect.clear();
             // Enabled again after every outcome: the device tool leaves it off after a
@@ -403,10 +423,17 @@ Form2* MainWindow::editor() const
 
 void MainWindow::Command10_Click()
 {
+    openEditor({});
+}
+
+void MainWindow::openEditor(const QString& imageFile)
+{
     if (deviceJob_ || editor_)
         return;
+    EditorLink link = editorLink(state);
+    link.imageFile = imageFile.toStdString();
     // A window of its own, not a child: a child would be disabled with the main window.
-    auto* form = new Form2(programFolder(), editorLink(state), dialogs);
+    auto* form = new Form2(programFolder(), link, dialogs);
     form->setAttribute(Qt::WA_DeleteOnClose);
     if (editorEndProgram)
         form->endProgram = editorEndProgram;
@@ -422,6 +449,30 @@ void MainWindow::Command10_Click()
     // Loaded before it shows, so it appears once, filled and at its full height.
     form->Form_Load();
     form->show();
+}
+
+HistoryDialog* MainWindow::historyDialog() const
+{
+    return history_.data();
+}
+
+void MainWindow::earlierConfiguration()
+{
+    if (deviceJob_ || editor_ || history_ || connectImage_.empty())
+        return;
+    history_ = new HistoryDialog(earlierConfigurations(programFolder(), connectSerial_, connectImage_), this);
+    history_->setAttribute(Qt::WA_DeleteOnClose);
+    connect(history_, &HistoryDialog::chosen, this, &MainWindow::openEditor);
+    history_->show();
+}
+
+void MainWindow::recordInHistory(const std::string& event, const std::string& file)
+{
+    const QString last = List1->count() ? List1->item(List1->count() - 1)->text() : QString("abgebrochen");
+    const std::string why = recordJob(programFolder(), connectSerial_, event, file, state.firmwareversion.toStdString(),
+                                      last.toStdString());
+    if (!why.empty())
+        Add_Item(QString::fromStdString(historyProblemLine(why)));
 }
 
 Form3* MainWindow::tunnel() const

@@ -9,8 +9,11 @@
 #include <QMainWindow>
 #include <QPointer>
 
+#include <cstdint>
 #include <functional>
 #include <memory>
+#include <string>
+#include <vector>
 
 class QTimer;
 
@@ -22,6 +25,7 @@ struct ConnectResult;
 class Dialogs;
 class Form2;
 class Form3;
+class HistoryDialog;
 
 // The controls are the form's (main_window.ui), under their names.
 class MainWindow : public QMainWindow, public Ui::MainWindow {
@@ -56,6 +60,10 @@ public:
     void copySerialNumber();
     // The older firmware workflow (version file over HTTP, no hardware part).
     void olderFirmwareUpdate();
+    // "Frühere Konfiguration…": the connected controller's kept images; the chosen one opens
+    // in the configuration editor, whose save uploads it as any other.
+    void earlierConfiguration();
+    HistoryDialog* historyDialog() const;
 
     // The configuration editor while it is open ("DISPLAY KONFIGURIEREN").
     Form2* editor() const;
@@ -116,6 +124,12 @@ private:
     template <typename Result, typename Work, typename Done>
     bool runOnChosenPort(Work work, Done done);
     void lockDeviceControls(bool locked);
+    // The configuration editor on the connected controller, preselected from `imageFile`
+    // (empty: the controller's image file).
+    void openEditor(const QString& imageFile);
+    // A job's outcome in the service history of the controller connected on the port; a failed
+    // write is said in the step list.
+    void recordInHistory(const std::string& event, const std::string& file);
     void showOlderPanel();
     void showConnectPanel();
     void runFirmware(bool olderForm);
@@ -130,6 +144,10 @@ private:
     int scanGeneration_ = 0;     // entries of an earlier scan are dropped
     QPointer<Form2> editor_;
     QPointer<Form3> tunnel_;
+    QPointer<HistoryDialog> history_;
+    std::vector<std::uint8_t> connectImage_; // the image read at this connect
+    std::string connectSerial_;              // its serial: the jobs on the port are its history's
+    std::string historyProblem_;             // why the connect's image was not kept
     JobRunner jobs_;             // last: waits for running jobs before anything else goes
 };
 

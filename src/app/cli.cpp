@@ -2,14 +2,9 @@
 
 #include "app/config_words.h"
 #include "app/history.h"
-
 #include "device/discovery.h"
 #include "device/identify.h"
 #include "device/readout.h"
-#include "editor/catalogue.h"
-#include "editor/codec.h"
-#include "editor/config_image.h"
-#include "editor/vehicle_image.h"
 #include "flash/image_check.h"
 #include "flash/transfer.h"
 #include "util/runtime_error.h"
@@ -18,9 +13,6 @@
 #include "platform/reporter.h"
 
 #include <charconv>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <optional>
 #include <ostream>
 

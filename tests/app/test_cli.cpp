@@ -155,9 +155,6 @@ private slots:
                                                            << "HOME/vehicles.inc: Datei nicht gefunden";
         QTest::newRow("config show, --vehicle without number")
             << "config show IMAGE --vehicle" << 2 << "" << "config show: --vehicle\nusage: veltro-cli config show";
-        QTest::newRow("config show, unknown option")
-            << "config show IMAGE --port 6" << 2 << "" << "config show: unbekannte Option --port\nusage:";
-        QTest::newRow("config show, no file") << "config show" << 2 << "" << "config show: FILE fehlt\nusage:";
     }
     void commands()
     {

@@ -127,14 +127,8 @@ private slots:
         QTemporaryDir folder;
         Form3 form(folder.path().toStdString());
         form.show();
-        const auto controls = accessibleControls(&form);
-        for (const auto& [role, name] : std::initializer_list<std::pair<QAccessible::Role, QString>>{
-                 {QAccessible::Window, "CAN-BUS TUNNEL"}, {QAccessible::StaticText, "CONNECT-ID:"},
-                 {QAccessible::EditableText, "CONNECT-ID"}, {QAccessible::Button, "QUERY"},
-                 {QAccessible::EditableText, "Server"}, {QAccessible::EditableText, "TCP-Port"},
-                 {QAccessible::StaticText, "COMPORT:"}, {QAccessible::CheckBox, "loopback"},
-                 {QAccessible::Button, "CONNECT!"}, {QAccessible::Button, "DISCONNECT"}, {QAccessible::EditableText, "Log"}})
-            QVERIFY2(controls.contains({int(role), name}), qPrintable(name));
+        QVERIFY(accessibleControls(&form).contains({int(QAccessible::Window), "CAN-BUS TUNNEL"}));
+        QCOMPARE(controlsWithoutCaption(&form), QString());
         QCOMPARE(accessibleCaption(form.connectid), QString("CONNECT-ID:"));
         QVERIFY(!form.command1->isEnabled() && !form.Command3->isEnabled());
     }
@@ -154,8 +148,6 @@ private slots:
                                             << QStringList{"++CONNECT-ID TO SHORT"} << 0;
         QTest::newRow("missing record") << "1A2B3C4D" << QByteArray("-")
                                         << QStringList{closed, "++NO CONNECTIONDATA FOUND!"} << 0;
-        QTest::newRow("six fields") << "1A2B3C4D" << QByteArray("10,1,2,3,4711,115200")
-                                    << QStringList{closed, "++CONNECTIONDATA FEHLERHAFT: 6 von 7 Feldern"} << 0;
         QTest::newRow("port not a number") << "1A2B3C4D" << QByteArray("10,1,2,3,port,115200,0")
                                            << QStringList{closed, "++CONNECTIONDATA FEHLERHAFT: Feld 5 ist keine Zahl: \"port\""}
                                            << 0;
@@ -205,16 +197,12 @@ private slots:
         QTRY_COMPARE(serverGot(), "CAN" + a + "CAN" + b + "CAN123");
         QTRY_VERIFY(!f.tx1->isVisible());
 
-        // Server -> device: one 0x7D per chunk, a body holding "CAN" whole; a message whose
-        // rest stays away goes out as it stands and does not swallow the next one.
+        // Server -> device: one 0x7D per chunk, a body holding "CAN" whole. (A message whose rest
+        // stays away: the relay's tests.)
         const QByteArray withCan = "xxCANyyyyyyyyyy";
         peer->write("CAN" + withCan + "CAN" + a);
-        QTRY_COMPARE(device.read(), "}" + withCan + a);
-        peer->write("CAN" + b.left(6));
         QTRY_VERIFY(f.rx1->isVisible());
-        QTRY_COMPARE(device.read(), "}" + withCan + a + "}" + b.left(6));
-        peer->write("CAN" + a);
-        QTRY_COMPARE(device.read(), "}" + withCan + a + "}" + b.left(6) + "}" + a);
+        QTRY_COMPARE(device.read(), "}" + withCan + a);
 
         // Loopback: the bodies come back to the server in order.
         atServer.clear();
@@ -230,7 +218,7 @@ private slots:
         QTRY_COMPARE(serverGot(), "CAN" + a);
         device.write("}\xC8" + QByteArray(14, '\0') + char(42));
         QTRY_VERIFY(logLines(f).contains("CAN TX-ERROR CLIENT: 42"));
-        QTRY_COMPARE(f.counts->text(), QString("Zum Server: 4   Nicht gesendet: 0   Zum Gerät: 6   Verloren: 0"));
+        QTRY_COMPARE(f.counts->text(), QString("Zum Server: 4   Nicht gesendet: 0   Zum Gerät: 4   Verloren: 0"));
 
         // The server closes: the tunnel disconnects itself and closes its log.
         peer->close();

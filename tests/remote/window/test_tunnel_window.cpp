@@ -1,5 +1,5 @@
 // "CAN-BUS TUNNEL" over real links: the record from a web server on 127.0.0.1, a tunnel server
-// in the test, the device on a pseudo-terminal that the test drives from its master side.
+// in the test, the virtual controller on a pseudo-terminal.
 #include "local_servers.h"
 #include "platform/internet.h"
 #include "remote/window/form3.h"
@@ -20,10 +20,6 @@
 #include <QTemporaryDir>
 #include <QTest>
 
-#include <fcntl.h>
-#include <pty.h>
-#include <termios.h>
-#include <unistd.h>
 
 #include <memory>
 #include <vector>
@@ -32,32 +28,15 @@ using namespace veltro;
 using namespace veltro::test;
 
 namespace {
-// A pseudo-terminal whose slave is serial port 7 for the tool; the test is the device.
-struct Device {
-    int master = -1, slave = -1;
-    QByteArray got;
-    Device()
+// The virtual controller as the CAN interface on serial port 7, taking bytes at its line's pace.
+struct Controller : sim::VirtualController {
+    Controller()
     {
-        char name[128];
-        termios raw{};
-        cfmakeraw(&raw);
-        openpty(&master, &slave, name, &raw, nullptr);
-        ::fcntl(master, F_SETFL, O_NONBLOCK);
+        start();
+        setTunnelMode(true);
+        setPacedInput(true);
         qputenv("VELTRO_SYSTEM_PORTS", "0");
-        qputenv("VELTRO_PORTS", QByteArray("7=") + name);
-    }
-    ~Device()
-    {
-        ::close(master);
-        ::close(slave);
-    }
-    void write(const QByteArray& bytes) { QCOMPARE(::write(master, bytes.data(), size_t(bytes.size())), ssize_t(bytes.size())); }
-    QByteArray& read()
-    {
-        char buf[4096];
-        for (ssize_t n; (n = ::read(master, buf, sizeof buf)) > 0;)
-            got.append(buf, n);
-        return got;
+        qputenv("VELTRO_PORTS", QByteArray("7=") + path().c_str());
     }
 };
 
@@ -174,89 +153,23 @@ private slots:
         }
     }
 
-    // Frames both ways byte for byte, loopback, the device's error records, the server
-    // closing, and CAN_LOG.txt.
+    // The virtual controller at 921,600 baud: a burst of its frames (some holding "CAN") reaches
+    // the server byte for byte; the server's messages reach it, one 0x7D a chunk, a body holding
+    // "CAN" whole, and come back in loopback; its error records show in the log view; a server
+    // that sends far more at once than the line carries gets every message to it, whole and in
+    // order, counted and logged once. The server closing ends the tunnel and its log; on a new
+    // connection, pulling the controller out ends the tunnel and the server's connection.
     void relay()
     {
-        Device device;
+        Controller c;
         Session session;
         Form3& f = *session.t->form;
         QVERIFY(!f.command1->isEnabled() && f.Command3->isEnabled());
         QCOMPARE(f.state->text(), QString("Status: ++CONNECTED TO SERVER!"));
-        QByteArray& atServer = session.atServer;
-        const auto serverGot = [&]() -> QByteArray& { return session.serverGot(); };
-        QTcpSocket* peer = session.peer.get();
-
-        // Device -> server: two frames in one read, then a record cut short that is relayed
-        // with what it has once the line stays quiet.
-        const QByteArray a = body('a'), b = body(char(0xE0));
-        device.write("}x" + a + "}x" + b);
-        QTRY_COMPARE(serverGot(), "CAN" + a + "CAN" + b);
-        QTRY_VERIFY(f.tx1->isVisible());
-        device.write("}x123");
-        QTRY_COMPARE(serverGot(), "CAN" + a + "CAN" + b + "CAN123");
-        QTRY_VERIFY(!f.tx1->isVisible());
-
-        // Server -> device: one 0x7D per chunk, a body holding "CAN" whole. (A message whose rest
-        // stays away: the relay's tests.)
-        const QByteArray withCan = "xxCANyyyyyyyyyy";
-        peer->write("CAN" + withCan + "CAN" + a);
-        QTRY_VERIFY(f.rx1->isVisible());
-        QTRY_COMPARE(device.read(), "}" + withCan + a);
-
-        // Loopback: the bodies come back to the server in order.
-        atServer.clear();
-        f.loopbacktest->setChecked(true);
-        peer->write("CAN" + a + "CAN" + b);
-        QTRY_COMPARE(serverGot(), "CAN" + a + "CAN" + b);
-
-        // The device's error records show in the log view; they are 17 bytes like a frame, so
-        // a frame in the same read still goes to the server.
-        atServer.clear();
-        device.write("}\xF0" + QByteArray(15, '\0') + "}x" + a);
-        QTRY_VERIFY(logLines(f).contains("CKS-ERROR"));
-        QTRY_COMPARE(serverGot(), "CAN" + a);
-        device.write("}\xC8" + QByteArray(14, '\0') + char(42));
-        QTRY_VERIFY(logLines(f).contains("CAN TX-ERROR CLIENT: 42"));
-        QTRY_COMPARE(f.counts->text(), QString("Zum Server: 4   Nicht gesendet: 0   Zum Gerät: 4   Verloren: 0"));
-
-        // The server closes: the tunnel disconnects itself and closes its log.
-        peer->close();
-        QTRY_VERIFY(f.command1->isEnabled());
-        QTRY_VERIFY(logLines(f).contains("++REMOTE HOST CLOSED CONNECTION!"));
-        QVERIFY(!f.Command3->isEnabled());
-        QCOMPARE(logLines(f).mid(logLines(f).indexOf("++REMOTE HOST CLOSED CONNECTION!"), 2),
-                 (QStringList{"++REMOTE HOST CLOSED CONNECTION!", "++TCP/IP-CONNECTION CLOSED!"}));
-        const QByteArray file = readFile(session.t->folder.path() + "/CAN_LOG.txt");
-        QVERIFY(file.startsWith("++TRY TO CONNECT TO SERVER...\r\n++CONNECTED TO SERVER!\r\n"));
-        for (const QByteArray& line : {"TX TO SERVER:}x" + b, "RX FROM SERVER:" + withCan, QByteArray("CAN TX-ERROR42")})
-            QVERIFY2(file.contains(line + "\r\n"), line.constData());
-        QVERIFY(file.endsWith("++REMOTE HOST CLOSED CONNECTION!\r\n"));
-        // Nothing more is written to the closed log.
-        device.write("}\xF0" + QByteArray(15, '\0'));
-        QTest::qWait(100);
-        QCOMPARE(logLines(f).count("CKS-ERROR"), 1); // the port is closed, too
-        QCOMPARE(readFile(session.t->folder.path() + "/CAN_LOG.txt"), file);
-    }
-
-    // The virtual controller as the CAN interface, taking bytes at its line's pace (921,600
-    // baud): a burst of its frames (some holding "CAN") reaches the server byte for byte; a
-    // server that sends far more at once than the line carries gets every message to the
-    // controller, whole and in order, counted and logged exactly once; pulling the controller
-    // out ends the tunnel, the server's connection included.
-    void virtualController()
-    {
-        sim::VirtualController c;
-        c.start();
-        c.setTunnelMode(true);
-        c.setPacedInput(true);
-        qputenv("VELTRO_SYSTEM_PORTS", "0");
-        qputenv("VELTRO_PORTS", QByteArray("7=") + c.path().c_str());
-        Session session;
-        Form3& f = *session.t->form;
         QTcpSocket* peer = session.peer.get();
 
         c.tunnelBurst(20);
+        QTRY_VERIFY(f.tx1->isVisible());
         QTRY_COMPARE(c.tunnelSentBodies().size(), std::size_t(20));
         QByteArray expected;
         for (const sim::Bytes& b : c.tunnelSentBodies())
@@ -264,26 +177,63 @@ private slots:
         QVERIFY(expected.count("CAN") > 20);
         QTRY_COMPARE(session.serverGot(), expected);
 
+        const QByteArray withCan = "xxCANyyyyyyyyyy", a = body('a');
+        peer->write("CAN" + withCan + "CAN" + a);
+        QTRY_VERIFY(f.rx1->isVisible());
+        QTRY_COMPARE(c.tunnelBodies().size(), std::size_t(2));
+        QCOMPARE(qbytes(c.tunnelBodies()[0]) + qbytes(c.tunnelBodies()[1]), withCan + a);
+        QCOMPARE(c.tunnelPackets(), 1);
+        session.atServer.clear();
+        f.loopbacktest->setChecked(true);
+        peer->write("CAN" + a + "CAN" + withCan);
+        QTRY_COMPARE(session.serverGot(), "CAN" + a + "CAN" + withCan);
+        QTRY_COMPARE(c.tunnelBodies().size(), std::size_t(4)); // the controller gets them too
+        f.loopbacktest->setChecked(false);
+
+        c.tunnelChecksumError();
+        c.tunnelSendError(42);
+        QTRY_VERIFY(logLines(f).contains("CAN TX-ERROR CLIENT: 42"));
+        QVERIFY(logLines(f).contains("CKS-ERROR"));
+
         const int flood = 20000; // 360 KB: four seconds of line time, far more than any buffer on the way
         QByteArray messages;
-        std::vector<sim::Bytes> bodies;
+        std::vector<sim::Bytes> bodies = c.tunnelBodies();
         for (int k = 0; k < flood; ++k) {
             bodies.push_back(sim::VirtualController::tunnelFrameBody(std::uint32_t(1000 + k)));
             messages += "CAN" + qbytes(bodies.back());
         }
         peer->write(messages);
-        QTRY_COMPARE_WITH_TIMEOUT(c.tunnelBodies().size(), std::size_t(flood), 60000);
+        QTRY_COMPARE_WITH_TIMEOUT(c.tunnelBodies().size(), bodies.size(), 60000);
         QVERIFY(c.tunnelBodies() == bodies);
-        QTRY_COMPARE(f.counts->text(), QString("Zum Server: 20   Nicht gesendet: 0   Zum Gerät: %1   Verloren: 0").arg(flood));
+        QTRY_COMPARE(f.counts->text(),
+                     QString("Zum Server: 20   Nicht gesendet: 0   Zum Gerät: %1   Verloren: 0").arg(flood + 4));
 
-        c.unplug();
+        peer->close();
         QTRY_VERIFY(f.command1->isEnabled());
         QVERIFY(!f.Command3->isEnabled());
-        QVERIFY(logLines(f).contains("++COMPORT: Verbindung zum Controller unterbrochen!"));
-        QTRY_COMPARE(peer->state(), QAbstractSocket::UnconnectedState);
+        const QString closed = "++REMOTE HOST CLOSED CONNECTION!";
+        QTRY_COMPARE(logLines(f).mid(logLines(f).indexOf(closed), 2), (QStringList{closed, "++TCP/IP-CONNECTION CLOSED!"}));
         const QByteArray file = readFile(session.t->folder.path() + "/CAN_LOG.txt");
-        QCOMPARE(file.count("\r\nRX FROM SERVER:"), flood);
-        QCOMPARE(file.count("\r\nTX TO SERVER:"), 20);
+        QVERIFY(file.startsWith("++TRY TO CONNECT TO SERVER...\r\n++CONNECTED TO SERVER!\r\n"));
+        for (const QByteArray& line : {"TX TO SERVER:}x" + expected.mid(3, 15), "RX FROM SERVER:" + withCan,
+                                       QByteArray("CAN TX-ERROR42")})
+            QVERIFY2(file.contains(line + "\r\n"), line.constData());
+        QCOMPARE(file.count("\r\nRX FROM SERVER:"), flood + 4);
+        QVERIFY(file.endsWith("++REMOTE HOST CLOSED CONNECTION!\r\n"));
+        // Nothing more is written to the closed log, and the port is closed too.
+        c.tunnelChecksumError();
+        QTest::qWait(100);
+        QCOMPARE(logLines(f).count("CKS-ERROR"), 1);
+        QCOMPARE(readFile(session.t->folder.path() + "/CAN_LOG.txt"), file);
+
+        QTest::mouseClick(f.command1, Qt::LeftButton);
+        QTRY_VERIFY(session.server.hasPendingConnections());
+        std::unique_ptr<QTcpSocket> again(session.server.nextPendingConnection());
+        QTRY_COMPARE(f.laststatus->text(), QString("7"));
+        c.unplug();
+        QTRY_VERIFY(f.command1->isEnabled());
+        QVERIFY(logLines(f).contains("++COMPORT: Verbindung zum Controller unterbrochen!"));
+        QTRY_COMPARE(again->state(), QAbstractSocket::UnconnectedState);
     }
 
     // A tunnel server that refuses, a serial port that cannot be opened: the error lines, then
@@ -300,7 +250,7 @@ private slots:
     {
         QFETCH(bool, serverUp);
         QFETCH(QStringList, lines);
-        Device device;
+        Controller c;
         if (serverUp)
             qputenv("VELTRO_PORTS", "");
         QTcpServer server;

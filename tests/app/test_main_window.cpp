@@ -412,60 +412,6 @@ private slots:
         QVERIFY(!w.telnet->isVisible());
     }
 
-    // The road of a configuration change: connect, "DISPLAY KONFIGURIEREN", two display lines
-    // changed, "Speichern und auf VELTRO laden!", the upload in the main window, editor closed.
-    void configurationRoad()
-    {
-        SimPorts ports;
-        auto& c = ports.add(4);
-        c.setLayout(181);
-        c.setControllerType(1);
-        QVERIFY(installDemoCatalogue(demoCatalogueDir(), ports.home()) > 0);
-        Window win;
-        MainWindow& w = win.w;
-        win.connectNow();
-        const QByteArray image = readFile(ports.homePath() + "/1A2B3C4D.eep");
-
-        // Closed without saving: nothing written but the selection file, the main window back.
-        QTest::mouseClick(w.Command10, Qt::LeftButton);
-        QVERIFY(w.editor() && !w.isEnabled());
-        w.editor()->close();
-        QVERIFY(w.isEnabled());
-        QCOMPARE(readFile(ports.homePath() + "/lastsel.inc"), QByteArray(" 1 \r\n"));
-        QCOMPARE(readFile(ports.homePath() + "/1A2B3C4D.eep"), image);
-        QVERIFY(!QFile::exists(ports.homePath() + "/1A2B3C4D.tmp"));
-        QTRY_VERIFY(w.editor() == nullptr);
-
-        QTest::mouseClick(w.Command10, Qt::LeftButton);
-        Form2* form = w.editor();
-        QVERIFY(form && form->isVisible());
-        QCOMPARE(form->windowTitle(), QString("VELTRO KONFIGURATION"));
-        QVERIFY(!w.isEnabled());
-        QVERIFY(!form->Combo1->isEnabled() && !form->Command1->isEnabled());
-        QCOMPARE(form->Combo1->currentIndex(), 1);
-        QCOMPARE(form->height(), tw(kEditorHeightFull));
-        QTest::mouseClick(form->Command4, Qt::LeftButton);
-        const std::size_t xLength = form->view.vehicleData.displayValues.at(0).valueX.size();
-        QCOMPARE(win.dialogs->asked().last(), QString("VELTRO|%1").arg(xLength));
-
-        for (int k : {1, 2}) {
-            QComboBox* box = form->displayzeile[std::size_t(k)];
-            box->setCurrentIndex((box->currentIndex() + 1) % box->count());
-        }
-        QSignalSpy uploaded(&w, &MainWindow::uploadFinished);
-        QTest::mouseClick(form->Command3, Qt::LeftButton);
-        QVERIFY(!form->isVisible());
-        QVERIFY(uploaded.wait(30000));
-        const QByteArray tmp = readFile(ports.homePath() + "/1A2B3C4D.tmp");
-        QCOMPARE(tmp.size(), 1023);
-        QCOMPARE(readFile(ports.homePath() + "/1A2B3C4D.eep").left(1023), tmp);
-        QCOMPARE(int(c.receivedMode()), 0x7C);
-        QCOMPARE(c.receivedImage(), transferImageOf(Bytes(tmp.begin(), tmp.end())));
-        QVERIFY(!w.List1->findItems("Erfolgreich übertragen!", Qt::MatchExactly).isEmpty());
-        QVERIFY(w.isEnabled());
-        QTRY_VERIFY(w.editor() == nullptr);
-    }
-
     // The editor catches nothing: a missing catalogue is shown with its number and ends the
     // program.
     void editorFatalError()
@@ -724,11 +670,14 @@ private slots:
         qunsetenv("VELTRO_SUPPORT_MAIL");
     }
 
-    // Going back: each connect keeps the controller's image in its history (a history that
-    // cannot be written is said once, and the connect goes on); "Frühere Konfiguration…" lists
-    // the kept images with what differs from the connect's image, and the chosen one opens in
-    // the editor, whose save uploads exactly what the editor makes of that image.
-    void earlierConfiguration()
+    // The road of a configuration change and of going back. Each connect keeps the controller's
+    // image in its history (a history that cannot be written is said once; the connect goes on).
+    // "DISPLAY KONFIGURIEREN" opens the editor over the disabled main window; closed without
+    // saving it writes nothing but the selection file. "Frühere Konfiguration…" lists the kept
+    // images with what differs from the connect's image; the older one opens in the editor, two
+    // display lines are changed, and "Speichern und auf VELTRO laden!" uploads what the editor
+    // wrote, as the main window's job, and the history logs the upload.
+    void configurationRoad()
     {
         SimPorts ports;
         auto& c = ports.add(4);
@@ -742,12 +691,31 @@ private slots:
         QCOMPARE(w.List1->findItems("Servicehistorie nicht gespeichert: ", Qt::MatchStartsWith).size(), 1);
         QVERIFY(QFile::remove(ports.homePath() + "/history"));
         win.connectNow();
-        const QByteArray older = qbytes(c.image()).left(1026);
-        const Bytes image = c.image(); // display line 3 now shows what line 4 showed
+        const Bytes older = c.image(); // display line 3 now shows what line 4 showed
         for (std::size_t k = 0; k < 8; ++k)
-            c.setImageByte(8 * std::size_t(displayLineSlot(2)) + k, image[8 * std::size_t(displayLineSlot(3)) + k]);
+            c.setImageByte(8 * std::size_t(displayLineSlot(2)) + k, older[8 * std::size_t(displayLineSlot(3)) + k]);
         win.connectNow();
         QCOMPARE(readHistory(ports.home(), "1A2B3C4D").size(), std::size_t(2));
+        const QString eep = ports.homePath() + "/1A2B3C4D.eep", tmp = ports.homePath() + "/1A2B3C4D.tmp";
+        const QByteArray image = readFile(eep);
+
+        QTest::mouseClick(w.Command10, Qt::LeftButton);
+        Form2* form = w.editor();
+        QVERIFY(form && form->isVisible() && !w.isEnabled());
+        QCOMPARE(form->windowTitle(), QString("VELTRO KONFIGURATION"));
+        QVERIFY(!form->Combo1->isEnabled() && !form->Command1->isEnabled());
+        QCOMPARE(form->Combo1->currentIndex(), 1);
+        QCOMPARE(form->height(), tw(kEditorHeightFull));
+        QTest::mouseClick(form->Command4, Qt::LeftButton);
+        const std::size_t xLength = form->view.vehicleData.displayValues.at(0).valueX.size();
+        QCOMPARE(win.dialogs->asked().last(), QString("VELTRO|%1").arg(xLength));
+        const QString line3 = form->displayzeile[2]->currentText();
+        form->close();
+        QVERIFY(w.isEnabled());
+        QCOMPARE(readFile(ports.homePath() + "/lastsel.inc"), QByteArray(" 1 \r\n"));
+        QCOMPARE(readFile(eep), image);
+        QVERIFY(!QFile::exists(tmp));
+        QTRY_VERIFY(w.editor() == nullptr);
 
         const auto actions = w.frame_config->actions();
         QAction* back = *std::find_if(actions.begin(), actions.end(),
@@ -763,20 +731,24 @@ private slots:
                  qPrintable(dialog->entries->item(1)->text()));
         dialog->entries->setCurrentRow(1);
         QTest::mouseClick(dialog->buttons->button(QDialogButtonBox::Open), Qt::LeftButton);
-        Form2* form = w.editor();
+        form = w.editor();
         QVERIFY(form && form->isVisible());
-
-        // What the editor's save makes of the older image, in a folder of its own.
-        QTemporaryDir other;
-        const std::string folder = other.path().toStdString();
-        QVERIFY(installDemoCatalogue(demoCatalogueDir(), folder) > 0);
-        QVERIFY(writeFile(other.path() + "/1A2B3C4D.eep", older));
-        saveEditor(folder, "1A2B3C4D", veltro::openEditor(folder, {"1", "1A2B3C4D", "181"}, ','), ',');
-        const QByteArray expected = readFile(other.path() + "/1A2B3C4D.tmp");
+        QVERIFY(form->displayzeile[2]->currentText() != line3); // the older image's line 3
+        for (int k : {1, 2}) {
+            QComboBox* box = form->displayzeile[std::size_t(k)];
+            box->setCurrentIndex((box->currentIndex() + 1) % box->count());
+        }
         QSignalSpy uploaded(&w, &MainWindow::uploadFinished);
         QTest::mouseClick(form->Command3, Qt::LeftButton);
+        QVERIFY(!form->isVisible());
         QVERIFY(uploaded.wait(30000));
-        QCOMPARE(c.receivedImage(), transferImageOf(Bytes(expected.begin(), expected.end())));
+        const QByteArray sent = readFile(tmp);
+        QCOMPARE(sent.size(), 1023);
+        QCOMPARE(readFile(eep).left(1023), sent);
+        QCOMPARE(int(c.receivedMode()), 0x7C);
+        QCOMPARE(c.receivedImage(), transferImageOf(Bytes(sent.begin(), sent.end())));
+        QVERIFY(w.isEnabled());
+        QTRY_VERIFY(w.editor() == nullptr);
         const HistoryEntry upload = readHistory(ports.home(), "1A2B3C4D").front();
         QCOMPARE(QString::fromStdString(upload.event + ": " + upload.outcome),
                  QString("Konfiguration übertragen: Erfolgreich übertragen!"));

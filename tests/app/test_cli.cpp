@@ -45,8 +45,8 @@ const QString kShownTail = "Anzeigegeschwindigkeit: MITTEL\nAutomatische Umschal
 } // namespace
 
 // Controllers on 6 and 7 (7 never finishes the bootloader handshake), a silent port on 2.
-// The readout rows also get a controller on 3 whose data block has a wrong checksum and one on
-// 4 that does not answer the word readout.
+// The readout rows also get a controller on 3 whose data block has a wrong checksum, one on 4
+// that does not answer the word readout and one on 5 whose data block is cut short.
 // FILE stands for a 300-byte file and HOME for the program folder.
 // The config rows get the demo catalogue in HOME. IMAGE is editorImage() with the vehicle
 // number in byte 1014 as identify saves it. OVER is editorImage() padded to one byte more than
@@ -100,7 +100,7 @@ private slots:
         QTest::newRow("version") << "--version" << 0 << "veltro-cli 1.05\n" << "";
         QTest::newRow("readout") << "readout --port 6" << 0
                                  << "SERIENNUMMER: 1073E0\nHerstellungsdatum des Gerätes: 7.3.2024\n"
-                                    "Lambda-CAL: &H2A4C\nWort: 1234\n"
+                                    "Lambda-CAL: &H2A4C\nWort: -256\n"
                                  << "CHECKSUMME OK - DATEN GELADEN!";
         // Failures
         // A folder where the image file should go: nothing can be written there.
@@ -118,6 +118,7 @@ private slots:
                                           << "SERIENNUMMER: A5BDF\nHerstellungsdatum des Gerätes: 5.11.2023\n"
                                              "Lambda-CAL: &H003C\n"
                                           << "CHECKSUMME OK - DATEN GELADEN!\nERROR";
+        QTest::newRow("readout, block cut short") << "readout --port 5" << 1 << "" << "ERROR0";
         QTest::newRow("readout, port out of range") << "readout --port 100" << 2 << "" << "readout: --port N";
         QTest::newRow("no handshake") << "upload-config FILE --port 7" << 1 << "" << "Handshake fehlgeschlagen!";
         // Refused before the bootloader is woken (the controller is checked untouched below).
@@ -169,12 +170,13 @@ private slots:
         c.setManufacturingDate(2024, 3, 7);
         c.setDataSerialByte(0x10); // 16: the first byte with two digits
         c.setLambdaCalibration(0x2A4C);
-        c.setWord(1234);
+        c.setWord(0xFF00); // the top bit set: reads negative
         if (args.startsWith("readout")) { // left out of the port scan row
             auto& badBlock = ports.add(3);
             badBlock.setDataBlockByte(127, 77);
             badBlock.setFaults(sim::Request::DataBlock, {.wrongChecksum = true});
             ports.add(4).setFaults(sim::Request::Word, {.silent = true});
+            ports.add(5).setFaults(sim::Request::DataBlock, {.shortAnswer = std::size_t(60)});
         }
         const QString home = ports.homePath();
         const std::map<QString, QString> files = {
@@ -248,10 +250,14 @@ private slots:
         run({"identify", "--port", "6"}, 0);
         run({"identify", "--port", "6"}, 0);
         QCOMPARE(readHistory(ports.home(), "1A2B3C4D").size(), std::size_t(1));
-        // Display line 3 now shows what line 4 showed.
+        // Display line 3 now shows what line 4 showed. The saved image is written over in place:
+        // what lies beyond its 1026 bytes stays.
         for (std::size_t k = 0; k < 8; ++k)
             c.setImageByte(8 * std::size_t(displayLineSlot(2)) + k, image[8 * std::size_t(displayLineSlot(3)) + k]);
+        const QString saved = ports.homePath() + "/1A2B3C4D.eep";
+        QVERIFY(writeFile(saved, readFile(saved) + "tail"));
         run({"identify", "--port", "6"}, 0);
+        QCOMPARE(readFile(saved), qbytes(c.image()).left(1026) + "tail");
         const std::vector<HistoryEntry> entries = readHistory(ports.home(), "1A2B3C4D");
         QCOMPARE(entries.size(), std::size_t(2));
         QString text;

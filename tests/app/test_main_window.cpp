@@ -23,7 +23,6 @@
 #include <QDialogButtonBox>
 #include <QFileDialog>
 #include <QGroupBox>
-#include <QInputDialog>
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QLabel>
@@ -131,9 +130,7 @@ private slots:
         QCOMPARE(w.statusText(), QString("CHECKSUMME OK - VERBUNDEN!"));
         QVERIFY(!w.Frame_verbinden->isVisible());
         QVERIFY(w.frame_config->isVisible());
-        QVERIFY(w.verbinden->isEnabled());
         QVERIFY(w.Command4->isVisible() && w.Command4->isEnabled());
-        QVERIFY(w.Command6->isEnabled() && w.Command1->isEnabled());
         QCOMPARE(QStringList({w.Label5->text(), w.vers->text(), w.hwversion->text()}),
                  QStringList({"SERIENNUMMER: 0F0B1703", "FIRMWARE V166", "HARDWAREVERSION: V3"}));
         QCOMPARE(w.state.ECUTYP, QString("2"));
@@ -331,10 +328,9 @@ private slots:
     // later never moves later jobs to another port.
     void scanShowsEntriesAsFound_data()
     {
-        QTest::addColumn<QString>("choice"); // "", "pick 4", "connect 4"
+        QTest::addColumn<QString>("choice"); // "", "connect 4"
         QTest::addColumn<int>("selectedPort");
         QTest::newRow("no choice") << QString() << 7;
-        QTest::newRow("user picks 4") << QString("pick 4") << 4;
         QTest::newRow("connect to 4 while scanning") << QString("connect 4") << 4;
     }
     void scanShowsEntriesAsFound()
@@ -355,9 +351,7 @@ private slots:
         QVERIFY(scanned.isEmpty());
         QCOMPARE(w.Comboport->currentText(), QString("VELTRO FW V166 (COMPORT: 4)"));
         QVERIFY(w.verbinden->isEnabled());
-        if (choice == "pick 4") {
-            emit w.Comboport->activated(w.Comboport->currentIndex());
-        } else if (choice == "connect 4") {
+        if (choice == "connect 4") {
             QSignalSpy connected(&w, &MainWindow::connectFinished);
             QTest::mouseClick(w.verbinden, Qt::LeftButton);
             QVERIFY(connected.wait(30000));
@@ -460,8 +454,10 @@ private slots:
         QTRY_VERIFY(terminalBytes(w).contains("OK a{b"));
         QVERIFY(!terminalBytes(w).contains("ver\r"));
 
-        // BERICHT SENDEN: the file holds the terminal's text and CR LF; the mail carries it.
+        // BERICHT SENDEN: the file holds the terminal's text and CR LF, over an older longer
+        // report; the mail carries it.
         const QByteArray text = terminalBytes(w);
+        QVERIFY(writeFile(t.ports.homePath() + "/terminal_log.txt", QByteArray(100000, 'x')));
         QSignalSpy reported(w.telnet, &TerminalPanel::reportFinished);
         QTest::mouseClick(w.telnet->Command3, Qt::LeftButton);
         QVERIFY(reported.wait(20000));
@@ -769,14 +765,11 @@ private slots:
         QVERIFY2(installQtGermanTranslation(), "qtbase_de.qm not found in Qt's translation folder (package qt6-translations-l10n)");
         box.setStandardButtons(QMessageBox::Yes | QMessageBox::No); // buttons made after the install
         QCOMPARE(yesNo(), QString("Ja/Nein"));
-        QInputDialog input;
         QFileDialog files;
         files.setOption(QFileDialog::DontUseNativeDialog);
-        for (QDialog* dialog : {static_cast<QDialog*>(&input), static_cast<QDialog*>(&files)}) {
-            dialog->show();
-            QCOMPARE(dialog->findChild<QDialogButtonBox*>()->button(QDialogButtonBox::Cancel)->text().remove('&'),
-                     QString("Abbrechen"));
-        }
+        files.show();
+        QCOMPARE(files.findChild<QDialogButtonBox*>()->button(QDialogButtonBox::Cancel)->text().remove('&'),
+                 QString("Abbrechen"));
     }
 };
 

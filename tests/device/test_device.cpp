@@ -1,10 +1,9 @@
-// The device jobs against virtual controllers: the connect, the port scan, the readouts; and the
-// texts the controller's data turn into.
+// The device jobs against virtual controllers: the connect and the port scan (the readouts:
+// test_cli); and the texts the controller's data turn into.
 #include "device/device_info.h"
 #include "device/discovery.h"
 #include "device/identify.h"
 #include "device/self_update.h"
-#include "device/readout.h"
 #include "platform/qt_serial_link.h"
 #include "recording_reporter.h"
 #include "util/runtime_error.h"
@@ -128,47 +127,6 @@ private slots:
         QCOMPARE(s.at(3 + 1025), QString::number(r.image[1025]));
     }
 
-    // The saved image holds positions 0..1025; a second connect overwrites it in place.
-    void savedImage()
-    {
-        SimPorts ports;
-        auto& c = ports.add(4);
-        c.setSerial(0x0F0B1703);
-        RecordingReporter reporter;
-        const QString path = ports.homePath() + "/0F0B1703.eep";
-        auto connectAndSave = [&] {
-            const ConnectResult r = connectTo(c, reporter);
-            QVERIFY(r.currentLayout);
-            QCOMPARE(QString::fromStdString(saveImageFile(ports.home(), r.serial, r.image)), path);
-        };
-        auto image = [&] { return qbytes(c.image()).left(1026); };
-        connectAndSave();
-        QCOMPARE(readFile(path), image());
-
-        writeFile(path, readFile(path) + "tail"); // a longer file keeps what lies beyond 1025
-        c.setImageByte(0, 0xEE);
-        connectAndSave();
-        QCOMPARE(readFile(path), image() + "tail");
-        QCOMPARE(quint8(readFile(path).at(0)), quint8(0xEE));
-    }
-
-    // The readouts where the command line's rows leave off: a word with its top bit set reads
-    // negative; a block cut short is read and thrown away before the waiting bytes are counted.
-    void readouts()
-    {
-        SimPorts ports;
-        auto& c = ports.add(4);
-        c.setWord(0xFF00);
-        RecordingReporter reporter;
-        QtSerialLink link(c.path());
-        const WordResult w = runWordReadout(link, reporter);
-        QVERIFY(w.ok);
-        QCOMPARE(int(w.word), -256);
-        c.setFaults(sim::Request::DataBlock, sim::AnswerFaults{.shortAnswer = std::size_t(60)});
-        QVERIFY(!runDataBlockReadout(link, reporter).ok);
-        QCOMPARE(reporter.lastStatus(), QString("ERROR0"));
-    }
-
     // One scan over controllers, silent ports, a firmware word with its top bit set, a checksum
     // error on the last port number, a number beyond it, a number whose device is missing and a
     // port another program holds.
@@ -222,7 +180,6 @@ private slots:
         QTest::newRow("build level 7") << QStringList{"0F0B1703", "7"} << QStringList{"15.11.23", "H07"};
         QTest::newRow("non-hex pair reads as far as digits go") << QStringList{"1Z0B1703", "255"} << QStringList{"1.11.23", "HFF"};
         QTest::newRow("recovery number, short") << QStringList{"12", "0"} << QStringList{"18.0.0", "H00"};
-        QTest::newRow("build level does not fit a byte") << QStringList{"drgdf", "65535"} << QStringList{"6"};
         QTest::newRow("build level just past a byte") << QStringList{"0F0B1703", "256"} << QStringList{"6"};
         QTest::newRow("build level not a number") << QStringList{"0F0B1703", "B4"} << QStringList{"13"};
     }
@@ -248,7 +205,6 @@ private slots:
         QTest::addColumn<QString>("shown");
         QTest::newRow("newer, line end and more fields") << "6,1.06,x\r\n" << "1.06";
         QTest::newRow("equal") << "5,1.05" << "";
-        QTest::newRow("no second field") << "6" << "";
         QTest::newRow("not a number") << "neu,1.06" << "";
     }
     void selfUpdateDecision()

@@ -122,7 +122,7 @@ bool LocalSmtpServer::start(const QString& user, const QString& password, bool s
         args << caFile() << dir_.path() + "/server.key";
     }
     ports_ = startFixture(process_, "smtp_server.py", args);
-    for (const char* kind : {"smtp", "silent", "drop", "stall"})
+    for (const char* kind : {"smtp", "silent", "drop", "busy"})
         if (port(kind) <= 0)
             return false;
     return true;

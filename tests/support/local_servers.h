@@ -51,7 +51,7 @@ public:
     // With `starttls` the server offers STARTTLS with a certificate made for this run.
     bool start(const QString& user, const QString& password, bool starttls = false);
     QString caFile() const { return dir_.path() + "/ca.pem"; }
-    // The port of `kind`: "smtp" (the working server), "silent", "drop", "busy" or "stall".
+    // The port of `kind`: "smtp" (the working server), "silent", "drop" or "busy".
     int port(const QString& kind = "smtp") const { return ports_.value(kind).toInt(); }
     // Every mail received so far, as smtp_server.py logs it.
     QList<QJsonObject> messages() const;

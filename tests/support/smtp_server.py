@@ -3,12 +3,11 @@
 
 Usage: smtp_server.py USER PASSWORD LOGFILE [CERT KEY]
 
-Prints {"smtp": port, "silent": port, "drop": port, "stall": port, "busy": port} once
+Prints {"smtp": port, "silent": port, "drop": port, "busy": port} once
 listening: "smtp" speaks SMTP with AUTH LOGIN for USER/PASSWORD on a plain connection;
 "silent" accepts connections and never says a word; "drop" takes the login and closes the
-connection at the sender's address; "busy" refuses the sender for now (451); "stall" takes the
-whole mail, logs it and never answers its end. With CERT and KEY the servers offer STARTTLS.
-Each message is one JSON line in LOGFILE: authenticated, login, from, to, subject, the Date header,
+connection at the sender's address; "busy" refuses the sender for now (451). With CERT and
+KEY the servers offer STARTTLS. Each message is one JSON line in LOGFILE: authenticated, login, from, to, subject, the Date header,
 message_id present, body, attachments [{filename, data (base64)}]. Ends when stdin closes.
 """
 import asyncio
@@ -73,8 +72,6 @@ class Handler:
         }
         with open(LOG, "a") as log:
             log.write(json.dumps(entry) + "\n")
-        if self.mode == "stall":
-            await asyncio.sleep(3600)  # until the client gives up
         return "250 OK"
 
 
@@ -86,7 +83,7 @@ async def silent(reader, writer):
 async def main():
     loop = asyncio.get_running_loop()
     ports = {}
-    for mode in ("smtp", "drop", "stall", "busy"):
+    for mode in ("smtp", "drop", "busy"):
         server = await loop.create_server(
             lambda mode=mode: SMTP(Handler(mode), authenticator=authenticator, auth_require_tls=False,
                                    tls_context=TLS, require_starttls=False), "127.0.0.1", 0)

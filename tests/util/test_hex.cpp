@@ -65,14 +65,6 @@ private slots:
         QFETCH(QString, expected);
         QCOMPARE(result, expected);
     }
-
-    void errorsCarryNumberAndText()
-    {
-        const RuntimeError e(ErrNo::DialogCancel);
-        QVERIFY(QString::fromStdString(e.message()).startsWith("Laufzeitfehler '32755'"));
-        QVERIFY_THROWS_EXCEPTION(RuntimeError, ByteArrayToHexStr(Bytes{}));
-        QVERIFY_THROWS_EXCEPTION(RuntimeError, HexStringToByteArray("zz"));
-    }
 };
 
 QTEST_APPLESS_MAIN(TestHex)

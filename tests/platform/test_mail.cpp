@@ -48,7 +48,6 @@ private slots:
         const QString sent;
         QTest::newRow("binary image") << image << "FILE" << kPassword << "smtp" << kMailbox << sent;
         QTest::newRow("log over 64 KiB with bare CR and LF") << log << "FILE" << kPassword << "smtp" << kMailbox << sent;
-        QTest::newRow("empty log") << QByteArray("") << "FILE" << kPassword << "smtp" << kMailbox << sent;
         QTest::newRow("STARTTLS with the trusted test CA") << image << "FILE" << kPassword << "tls" << kMailbox << sent;
         QTest::newRow("STARTTLS, certificate not trusted") << image << "FILE" << kPassword << "tls untrusted" << kMailbox
                                                             << "Zertifikat des Mailservers nicht vertrauenswürdig";

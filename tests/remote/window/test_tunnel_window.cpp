@@ -121,8 +121,6 @@ private slots:
         const QString closed = "++TCP/IP-CONNECTION CLOSED!", found = "++CONNECTIONDATA FOUND!";
         QTest::newRow("found") << "1A2B3C4D" << QByteArray("10,1,2,3,4711,115200,1\r\n")
                                << QStringList{closed, found, "++BAUDRATE: 115200"} << 115200;
-        QTest::newRow("empty baud keeps the port's 38400") << "1A2B3C4D" << QByteArray("10,1,2,3,4711,,1")
-                                                           << QStringList{closed, found, "++BAUDRATE: 38400"} << 38400;
         QTest::newRow("ID of 7 characters") << "1A2B3C4" << QByteArray("10,1,2,3,4711,115200,1")
                                             << QStringList{"++CONNECT-ID TO SHORT"} << 0;
         QTest::newRow("missing record") << "1A2B3C4D" << QByteArray("-")

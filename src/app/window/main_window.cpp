@@ -214,13 +214,10 @@ void MainWindow::verbinden_Click()
             }
             return c;
         },
-        [this](const Connected& c) {
-            historyProblem_ = c.historyProblem;
-            applyConnect(c.r);
-        });
+        [this](const Connected& c) { applyConnect(c.r, c.historyProblem); });
 }
 
-void MainWindow::applyConnect(const ConnectResult& r)
+void MainWindow::applyConnect(const ConnectResult& r, const std::string& historyProblem)
 {
     takeConnect(state, r);
     if (r.outcome == ConnectOutcome::Checked) {
@@ -242,8 +239,8 @@ void MainWindow::applyConnect(const ConnectResult& r)
         Command1->setEnabled(true);
         if (r.savedFile.empty())
             Add_Item("Abbild konnte nicht gespeichert werden: " + QString::fromStdString(programFolder()));
-        if (!historyProblem_.empty())
-            Add_Item(QString::fromStdString(historyProblemLine(historyProblem_)));
+        if (!historyProblem.empty())
+            Add_Item(QString::fromStdString(historyProblemLine(historyProblem)));
         connectImage_ = r.image;
         connectSerial_ = r.serial;
     }

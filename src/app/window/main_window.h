@@ -109,7 +109,8 @@ protected:
 private:
     void connectControls();
     int chosenPort() const;
-    void applyConnect(const ConnectResult& r);
+    // `historyProblem`: why the connect's image was not kept in the history (empty: kept).
+    void applyConnect(const ConnectResult& r, const std::string& historyProblem);
     void startFirmwareCheck(const std::string& hwrevision, const std::string& btversion, const std::string& firmware);
     void softwareUpdateCheck();
     void runSelfUpdate();
@@ -147,7 +148,6 @@ private:
     QPointer<HistoryDialog> history_;
     std::vector<std::uint8_t> connectImage_; // the image read at this connect
     std::string connectSerial_;              // its serial: the jobs on the port are its history's
-    std::string historyProblem_;             // why the connect's image was not kept
     JobRunner jobs_;             // last: waits for running jobs before anything else goes
 };
 

@@ -1,5 +1,5 @@
-// veltro-sim: a virtual controller on a pseudo-terminal, for trying the tool without hardware.
-// Prints the pty path on the first line, then serves until SIGINT or SIGTERM.
+// veltro-sim: virtual controllers on pseudo-terminals, for trying the tool without hardware.
+// Prints one pty path a line, then serves until SIGINT or SIGTERM.
 #include "sim/virtual_controller.h"
 
 #include <csignal>
@@ -8,8 +8,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <functional>
 #include <iostream>
+#include <memory>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -18,6 +21,8 @@ const char* const Usage =
     "Opens a pseudo-terminal that behaves like a VELTRO controller and prints its path\n"
     "on the first line. Runs until interrupted.\n"
     "\n"
+    "  --count N        N controllers (1 to 64), one pty path a line in that order, each\n"
+    "                   with the options below; the serial numbers count up from --serial\n"
     "  --serial HEX     serial number, 8 hex digits (default 1A2B3C4D)\n"
     "  --firmware N     firmware version word (default 166)\n"
     "  --hw N           hardware version (default 3)\n"
@@ -84,7 +89,12 @@ int main(int argc, char** argv)
     pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
 
     try {
-        veltro::sim::VirtualController controller;
+        using veltro::sim::VirtualController;
+        // Options are collected first and applied to every controller.
+        std::vector<std::function<void(VirtualController&)>> settings;
+        auto set = [&](auto f) { settings.emplace_back(f); };
+        unsigned long count = 1;
+        std::uint32_t serial = 0x1A2B3C4D;
         for (int i = 1; i < argc; ++i) {
             const std::string arg = argv[i];
             auto value = [&]() -> const char* {
@@ -94,45 +104,69 @@ int main(int argc, char** argv)
             if (arg == "--help" || arg == "-h") {
                 std::cout << Usage;
                 return 0;
+            } else if (arg == "--count") {
+                count = number(value(), 10, 64, "--count");
+                if (count == 0) usageError("--count takes 1 to 64");
             } else if (arg == "--serial") {
                 const char* v = value();
                 if (std::strlen(v) != 8) usageError("--serial takes 8 hex digits");
-                controller.setSerial(static_cast<std::uint32_t>(number(v, 16, 0xFFFFFFFFul, "--serial")));
+                serial = static_cast<std::uint32_t>(number(v, 16, 0xFFFFFFFFul, "--serial"));
             } else if (arg == "--firmware") {
-                controller.setFirmware(static_cast<std::uint16_t>(number(value(), 10, 0xFFFF, "--firmware")));
+                const auto v = static_cast<std::uint16_t>(number(value(), 10, 0xFFFF, "--firmware"));
+                set([v](VirtualController& c) { c.setFirmware(v); });
             } else if (arg == "--hw") {
-                controller.setHardware(static_cast<std::uint8_t>(number(value(), 10, 255, "--hw")));
+                const auto v = static_cast<std::uint8_t>(number(value(), 10, 255, "--hw"));
+                set([v](VirtualController& c) { c.setHardware(v); });
             } else if (arg == "--layout") {
-                controller.setLayout(static_cast<std::uint8_t>(number(value(), 10, 255, "--layout")));
+                const auto v = static_cast<std::uint8_t>(number(value(), 10, 255, "--layout"));
+                set([v](VirtualController& c) { c.setLayout(v); });
             } else if (arg == "--type") {
-                controller.setControllerType(static_cast<std::uint8_t>(number(value(), 10, 255, "--type")));
+                const auto v = static_cast<std::uint8_t>(number(value(), 10, 255, "--type"));
+                set([v](VirtualController& c) { c.setControllerType(v); });
             } else if (arg == "--older") {
-                controller.setImageByte(126, static_cast<std::uint8_t>(number(value(), 10, 255, "--older")));
-                controller.setImageByte(127, 5);
+                const auto v = static_cast<std::uint8_t>(number(value(), 10, 255, "--older"));
+                set([v](VirtualController& c) {
+                    c.setImageByte(126, v);
+                    c.setImageByte(127, 5);
+                });
             } else if (arg == "--silent") {
-                controller.setSilent(true);
+                set([](VirtualController& c) { c.setSilent(true); });
             } else if (arg == "--line-rate") {
-                controller.setLineRate(true);
+                set([](VirtualController& c) { c.setLineRate(true); });
             } else if (arg == "--paced-input") {
-                controller.setPacedInput(true);
+                set([](VirtualController& c) { c.setPacedInput(true); });
             } else if (arg == "--stream") {
-                controller.setStreamOnOpen(number(value(), 10, 4'000'000'000ul, "--stream"));
+                const auto v = number(value(), 10, 4'000'000'000ul, "--stream");
+                set([v](VirtualController& c) { c.setStreamOnOpen(v); });
             } else if (arg == "--tunnel") {
-                controller.setTunnelMode(true);
+                set([](VirtualController& c) { c.setTunnelMode(true); });
             } else if (arg == "--tunnel-rate") {
-                controller.setTunnelMode(true);
-                controller.setTunnelFrameRate(rate(value(), "--tunnel-rate"));
+                const double v = rate(value(), "--tunnel-rate");
+                set([v](VirtualController& c) {
+                    c.setTunnelMode(true);
+                    c.setTunnelFrameRate(v);
+                });
             } else {
                 usageError("unknown option " + arg);
             }
         }
 
-        controller.start();
-        std::cout << controller.path() << std::endl;
+        std::vector<std::unique_ptr<VirtualController>> controllers;
+        for (unsigned long k = 0; k < count; ++k) {
+            auto& c = *controllers.emplace_back(std::make_unique<VirtualController>());
+            c.setSerial(serial + static_cast<std::uint32_t>(k));
+            for (const auto& apply : settings)
+                apply(c);
+            c.start();
+        }
+        for (const auto& c : controllers)
+            std::cout << c->path() << '\n';
+        std::cout.flush();
 
         int signal = 0;
         sigwait(&stopSignals, &signal);
-        controller.stop();
+        for (const auto& c : controllers)
+            c->stop();
     } catch (const std::exception& e) {
         std::cerr << "veltro-sim: " << e.what() << "\n";
         return 1;

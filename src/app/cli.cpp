@@ -1,5 +1,6 @@
 #include "app/cli.h"
 
+#include "app/batch.h"
 #include "app/config_words.h"
 #include "app/history.h"
 #include "device/discovery.h"
@@ -12,7 +13,13 @@
 #include "platform/qt_serial_link.h"
 #include "platform/reporter.h"
 
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <algorithm>
 #include <charconv>
+#include <cmath>
+#include <cstdio>
 #include <optional>
 #include <ostream>
 
@@ -52,6 +59,9 @@ void printUsage(std::ostream& s)
          "  identify --port N               connect, identify, print the controller's data, save its image\n"
          "  flash-firmware FILE --port N    bootloader transfer of FILE in firmware mode\n"
          "  upload-config FILE --port N     bootloader transfer of FILE in configuration mode\n"
+         "  PORTS for the three above       --port 4,7,9 or --port 4 --port 7 or --all (every port where\n"
+         "                                  a controller answers): all at once, a line each while they run,\n"
+         "                                  then a table; --json prints the table as JSON lines\n"
          "  readout --port N                data block and word readout (serial, date, lambda, word)\n"
          "  config show FILE [--vehicle N]  a configuration image (.eep, .tmp) in words, one item a line\n"
          "  config diff A B [--vehicle N]   what differs between two images, one item a line (exit 1: differ)\n"
@@ -97,12 +107,8 @@ int cmdIdentify(int port, std::ostream& out, std::ostream& err)
 {
     StreamReporter reporter(err);
     auto link = PortSerialLinkFactory().create(port);
-    ConnectResult r = runConnect(*link, reporter);
-    std::string historyProblem;
-    if (r.currentLayout) {
-        r.savedFile = saveImageFile(programFolder(), r.serial, r.image);
-        historyProblem = keepImage(programFolder(), r.serial, r.image, factsOf(r));
-    }
+    const Identified id = identifyAndKeep(*link, reporter, programFolder());
+    const ConnectResult& r = id.r;
     if (!r.connected()) {
         err << r.finalStatus;
         if (!r.portError.empty()) err << " (" << r.portError << ")";
@@ -118,9 +124,9 @@ int cmdIdentify(int port, std::ostream& out, std::ostream& err)
     out << "Hardware: " << r.hardwareVersion() << '\n';
     out << "Layout: " << layout << '\n';
     err << r.finalStatus << '\n';
-    if (!historyProblem.empty())
-        err << historyProblemLine(historyProblem) << '\n';
-    if (r.currentLayout && r.savedFile.empty()) {
+    if (!id.historyProblem.empty())
+        err << historyProblemLine(id.historyProblem) << '\n';
+    if (id.imageNotSaved) {
         err << "Abbild konnte nicht gespeichert werden: " << programFolder() << "/" << r.serial << ".eep\n";
         return 1;
     }
@@ -157,26 +163,204 @@ int cmdReadout(int port, std::ostream& out, std::ostream& err)
     return 0;
 }
 
-int cmdTransfer(bool firmware, const std::string& file, int port, std::ostream& err)
+// The transfer image of FILE, checked as the firmware check does before any controller is
+// touched; nothing (with the reason on `err`) when it is refused.
+std::optional<Bytes> checkedImage(bool firmware, const std::string& file, std::ostream& err)
 {
     Bytes raw;
     try {
         raw = loadImageFile(file);
     } catch (const RuntimeError& e) {
         err << file << ": " << e.text() << '\n';
-        return 1;
+        return std::nullopt;
     }
-    // Refused before the bootloader is woken: the controller stays as it is.
     if (const auto why = imageRefusal(raw, firmware ? ImageKind::Firmware : ImageKind::Configuration)) {
         err << file << ": " << *why << '\n';
-        return 1;
+        return std::nullopt;
     }
-    const Bytes image = transferImageOf(raw);
+    return transferImageOf(raw);
+}
+
+int cmdTransfer(bool firmware, const std::string& file, int port, std::ostream& err)
+{
+    // Refused before the bootloader is woken: the controller stays as it is.
+    const auto image = checkedImage(firmware, file, err);
+    if (!image)
+        return 1;
     StreamReporter reporter(err);
     auto link = PortSerialLinkFactory().create(port);
     const TransferOutcome outcome = runTransfer(
-        *link, image, firmware ? TransferParams::firmware() : TransferParams::configuration(), reporter);
+        *link, *image, firmware ? TransferParams::firmware() : TransferParams::configuration(), reporter);
     return outcome == TransferOutcome::Success ? 0 : 1;
+}
+
+// The ports of identify, flash-firmware and upload-config: --port N, --port N,M,..., the option
+// again, or --all; with --json, FILE for the transfers.
+struct PortSelection {
+    std::vector<int> ports; // ascending, each once
+    bool all = false;
+    bool json = false;
+    std::vector<std::string> files;
+};
+
+std::optional<PortSelection> portSelection(const std::vector<std::string>& args, std::string& why)
+{
+    PortSelection p;
+    for (std::size_t i = 1; i < args.size(); ++i) {
+        if (args[i] == "--port") {
+            std::string list = i + 1 < args.size() ? args[++i] : "";
+            do {
+                const std::size_t comma = list.find(',');
+                const auto port = wholeNumber(list.substr(0, comma));
+                if (!port || *port < 1 || *port > 99) {
+                    why = "--port N mit N von 1 bis 99 angeben";
+                    return std::nullopt;
+                }
+                p.ports.push_back(*port);
+                list = comma == std::string::npos ? "" : list.substr(comma + 1);
+            } while (!list.empty());
+        } else if (args[i] == "--all") {
+            p.all = true;
+        } else if (args[i] == "--json") {
+            p.json = true;
+        } else if (args[i].size() > 1 && args[i][0] == '-') {
+            why = "unbekannte Option " + args[i];
+            return std::nullopt;
+        } else {
+            p.files.push_back(args[i]);
+        }
+    }
+    std::sort(p.ports.begin(), p.ports.end());
+    p.ports.erase(std::unique(p.ports.begin(), p.ports.end()), p.ports.end());
+    if (p.all == !p.ports.empty())
+        why = "--port N mit N von 1 bis 99 angeben (mehrere: --port 4,7 oder --all)";
+    return why.empty() ? std::optional(p) : std::nullopt;
+}
+
+// Code points, for columns of German text.
+std::size_t textWidth(const std::string& text)
+{
+    return std::size_t(std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xC0) != 0x80; }));
+}
+
+// While a batch runs: on a terminal one line per controller, drawn over in place (cut to the
+// terminal's width so that none wraps); otherwise a plain line whenever a controller's state
+// changes or its percent passes a tenth.
+class LiveLines {
+public:
+    LiveLines(std::ostream& err, int columns) : err_(err), columns_(std::size_t(std::max(columns, 0))) {}
+    void operator()(const std::vector<BatchRow>& rows)
+    {
+        std::vector<std::string> lines;
+        for (const BatchRow& row : rows)
+            lines.push_back(batchLine(row));
+        if (columns_ == 0) {
+            shown_.resize(rows.size());
+            for (std::size_t i = 0; i < rows.size(); ++i) {
+                const std::string key = std::to_string(rows[i].percent < 0 ? -1 : rows[i].percent / 10) + rows[i].state;
+                if (key != shown_[i])
+                    err_ << lines[i] << '\n';
+                shown_[i] = key;
+            }
+            return;
+        }
+        if (lines == shown_)
+            return;
+        if (!shown_.empty())
+            err_ << "\x1b[" << shown_.size() << 'A';
+        for (std::string line : lines) {
+            while (textWidth(line) >= columns_)
+                line.pop_back();
+            while (!line.empty() && (line.back() & 0xC0) == 0x80) // a cut character
+                line.pop_back();
+            err_ << "\r\x1b[2K" << line << '\n';
+        }
+        err_.flush();
+        shown_ = lines;
+    }
+
+private:
+    std::ostream& err_;
+    std::size_t columns_;
+    std::vector<std::string> shown_;
+};
+
+void printTable(const std::vector<BatchRow>& rows, std::ostream& out)
+{
+    std::size_t width = textWidth("Ergebnis");
+    for (const BatchRow& row : rows)
+        width = std::max(width, textWidth(row.state));
+    const auto padded = [width](const std::string& text) { return text + std::string(width - textWidth(text), ' '); };
+    out << "Port  Seriennummer  " << padded("Ergebnis") << "  Zeit\n";
+    for (const BatchRow& row : rows) {
+        char head[32], time[24];
+        std::snprintf(head, sizeof head, "%4d  %-12s  ", row.port, row.serial.empty() ? "-" : row.serial.c_str());
+        std::snprintf(time, sizeof time, "%.1f s", row.seconds);
+        std::string seconds = time;
+        std::replace(seconds.begin(), seconds.end(), '.', ',');
+        out << head << padded(row.state) << "  " << seconds << '\n';
+    }
+}
+
+void printJson(const std::vector<BatchRow>& rows, std::ostream& out)
+{
+    for (const BatchRow& row : rows) {
+        const QJsonObject o{{"port", row.port},
+                            {"serial", QString::fromStdString(row.serial)},
+                            {"ok", row.ok},
+                            {"outcome", QString::fromStdString(row.state)},
+                            {"seconds", std::round(row.seconds * 1000) / 1000},
+                            {"halfWritten", row.halfWritten}};
+        out << QJsonDocument(o).toJson(QJsonDocument::Compact).toStdString() << '\n';
+    }
+}
+
+// The same job on every selected port at once; the files are checked before any controller
+// is touched, the scan of --all included.
+int cmdBatch(BatchJob job, const PortSelection& selection, const CliContext& context, std::ostream& out,
+             std::ostream& err)
+{
+    BatchSpec spec{.job = job, .ports = selection.ports, .folder = programFolder()};
+    if (job != BatchJob::Identify) {
+        spec.file = selection.files.front();
+        const auto image = checkedImage(job == BatchJob::Firmware, spec.file, err);
+        if (!image)
+            return 1;
+        spec.image = *image;
+    }
+    if (selection.all) {
+        for (const ScanEntry& e : scanMachinePorts().entries)
+            if (e.firmware > 0)
+                spec.ports.push_back(e.port);
+        if (spec.ports.empty()) {
+            err << "kein Controller gefunden\n";
+            return 1;
+        }
+    }
+    CliStop unused;
+    CliStop& stop = context.stop ? *context.stop : unused;
+    stop.armed = true;
+    LiveLines live(err, context.columns);
+    const std::vector<BatchRow> rows = runBatch(spec, stop.requested, std::ref(live));
+    stop.armed = false;
+
+    if (selection.json)
+        printJson(rows, out);
+    else
+        printTable(rows, out);
+    const auto failed = std::count_if(rows.begin(), rows.end(), [](const BatchRow& r) { return !r.ok; });
+    err << rows.size() << " Controller: " << rows.size() - std::size_t(failed) << " erfolgreich, " << failed
+        << " fehlgeschlagen\n";
+    std::string half;
+    for (const BatchRow& row : rows)
+        if (row.halfWritten)
+            half += (half.empty() ? " Port " : ", Port ") + std::to_string(row.port) + " ("
+                    + (row.serial.empty() ? "-" : row.serial) + ")";
+    if (!half.empty())
+        err << "Möglicherweise halb beschrieben, bitte erneut übertragen:" << half << '\n';
+    if (stop.requested)
+        err << "Abgebrochen: keine neue Übertragung gestartet, alle Ports geschlossen.\n";
+    return failed == 0 ? 0 : 1;
 }
 
 // config show FILE [--vehicle N] and config diff A B [--vehicle N]: images in words, for an
@@ -273,7 +457,7 @@ int cmdHistory(const std::string& serial, std::ostream& out, std::ostream& err)
 
 } // namespace
 
-int runCli(const std::vector<std::string>& args, std::ostream& out, std::ostream& err)
+int runCli(const std::vector<std::string>& args, std::ostream& out, std::ostream& err, const CliContext& context)
 {
     if (args.empty())
         return usage(err);
@@ -287,14 +471,6 @@ int runCli(const std::vector<std::string>& args, std::ostream& out, std::ostream
     }
     if (args[0] == "ports")
         return cmdPorts(out);
-    if (args[0] == "identify") {
-        const int port = portArgument(args);
-        if (port < 1 || port > 99) {
-            err << "identify: --port N mit N von 1 bis 99 angeben\n";
-            return 2;
-        }
-        return cmdIdentify(port, out, err);
-    }
     if (args[0] == "readout") {
         const int port = portArgument(args);
         if (port < 1 || port > 99) {
@@ -303,21 +479,27 @@ int runCli(const std::vector<std::string>& args, std::ostream& out, std::ostream
         }
         return cmdReadout(port, out, err);
     }
-    if (args[0] == "flash-firmware" || args[0] == "upload-config") {
-        const int port = portArgument(args);
-        std::string file;
-        for (std::size_t i = 1; i < args.size(); ++i) {
-            if (args[i] == "--port") {
-                ++i;
-                continue;
-            }
-            file = args[i];
-        }
-        if (port < 1 || port > 99 || file.empty()) {
-            err << args[0] << ": FILE und --port N mit N von 1 bis 99 angeben\n";
+    if (args[0] == "identify" || args[0] == "flash-firmware" || args[0] == "upload-config") {
+        const bool identify = args[0] == "identify";
+        std::string why;
+        const auto selection = portSelection(args, why);
+        if (selection && selection->files.size() != (identify ? 0u : 1u))
+            why = identify ? "unerwartetes Argument " + selection->files.front() : "eine Datei FILE angeben";
+        if (!why.empty()) {
+            err << args[0] << ": " << why << '\n';
             return 2;
         }
-        return cmdTransfer(args[0] == "flash-firmware", file, port, err);
+        // One port without --json: the output of a single job, as it always was.
+        if (selection->ports.size() == 1 && !selection->json) {
+            const int port = selection->ports.front();
+            if (identify)
+                return cmdIdentify(port, out, err);
+            return cmdTransfer(args[0] == "flash-firmware", selection->files.front(), port, err);
+        }
+        const BatchJob job = identify                       ? BatchJob::Identify
+                             : args[0] == "flash-firmware" ? BatchJob::Firmware
+                                                           : BatchJob::Configuration;
+        return cmdBatch(job, *selection, context, out, err);
     }
     if (args[0] == "config" && args.size() > 1 && (args[1] == "show" || args[1] == "diff")) {
         const bool show = args[1] == "show";

@@ -178,6 +178,7 @@ public:
 
         const int count = int(image.size() / kBlockSize);
         say("Blöcke gesamt: " + std::to_string(count));
+        if (p_.progress) p_.progress(0, count);
 
         int n = 0;
         int complement = 0;
@@ -220,6 +221,7 @@ public:
             case Answer::Ack:
                 say("ACK");
                 i += kBlockSize;
+                if (p_.progress) p_.progress(n, count);
                 break;
             case Answer::Nak:
                 say("NAK");

@@ -10,6 +10,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -77,6 +78,9 @@ struct TransferParams {
     std::string successText;
     bool textsToStatus = false;    // step texts also to the status bar
     bool resetTextFirst = false;   // reset text before "öffne COM-Port"
+    // Called with (0, count) once the bootloader has taken the handshake and with (n, count)
+    // after each accepted block; for a caller that follows several transfers at once.
+    std::function<void(int block, int count)> progress;
 
     static TransferParams firmware();
     static TransferParams configuration();

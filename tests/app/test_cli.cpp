@@ -10,8 +10,11 @@
 #include <QRegularExpression>
 #include <QTest>
 
+#include <QThread>
+
 #include <map>
 #include <sstream>
+#include <thread>
 
 using namespace veltro;
 using namespace veltro::test;
@@ -117,10 +120,15 @@ private slots:
                                           << "CHECKSUMME OK - DATEN GELADEN!\nERROR";
         QTest::newRow("readout, block cut short") << "readout --port 5" << 1 << "" << "ERROR0";
         QTest::newRow("readout, port out of range") << "readout --port 100" << 2 << "" << "readout: --port N";
+        QTest::newRow("port list with a word") << "identify --port 6,x" << 2 << "" << "identify: --port N";
+        QTest::newRow("--all and --port") << "flash-firmware FILE --all --port 6" << 2 << "" << "flash-firmware: --port N";
+        QTest::newRow("unknown option") << "identify --port 6 --frob" << 2 << "" << "identify: unbekannte Option --frob";
         QTest::newRow("no handshake") << "upload-config FILE --port 7" << 1 << "" << "Handshake fehlgeschlagen!";
         // Refused before the bootloader is woken (the controller is checked untouched below).
         QTest::newRow("firmware that is a page") << "flash-firmware PAGE --port 6" << 1 << ""
                                                  << "PAGE: Abbruch: der Server hat eine Textseite";
+        QTest::newRow("firmware that is a page, two ports") << "flash-firmware PAGE --port 6,7" << 1 << ""
+                                                            << "PAGE: Abbruch: der Server hat eine Textseite";
         QTest::newRow("missing file") << "flash-firmware /nonexistent/fw.bin --port 6" << 1 << ""
                                       << "/nonexistent/fw.bin: Datei nicht gefunden";
         QTest::newRow("config show")
@@ -220,7 +228,7 @@ private slots:
             QVERIFY(!QFile::exists(files.at("MISSING")));
         }
         if (code == 1 && args.contains("PAGE"))
-            QCOMPARE(c.requestCount(sim::Request::Bootloader), 0);
+            QCOMPARE(c.requestCount(sim::Request::Bootloader) + c.requestCount(sim::Request::Identify), 0);
         if (code == 0 && args.contains("FILE")) {
             QCOMPARE(int(c.receivedMode()), args.startsWith("flash-firmware") ? 0x7B : 0x7C);
             QCOMPARE(c.receivedImage(), transferImageOf(Bytes(300, 'x')));
@@ -276,6 +284,67 @@ private slots:
         c.setImageByte(0, 0x55);
         run({"identify", "--port", "6"}, 0, &text);
         QCOMPARE(text.count("Servicehistorie nicht gespeichert: "), 1);
+    }
+
+    // Several controllers at once, on controllers 4, 7 and 9 at line pace and a silent port 2.
+    // --all finds the three; in a flash 7 goes mute at block 100: it fails alone with its text
+    // and is named as possibly half-written, the others receive exactly the image. Then a
+    // Ctrl-C in the middle of a flash on a terminal 40 columns wide.
+    void batch()
+    {
+        SimPorts ports;
+        ports.addSilent(2);
+        for (const int n : {4, 7, 9}) {
+            ports.add(n).setSerial(0x1A2B3C00u + unsigned(n));
+            ports.at(n).setLineRate(true);
+        }
+        QByteArray data(40000, 0);
+        for (int i = 0; i < data.size(); ++i)
+            data[i] = char(i * 7);
+        const QString file = ports.homePath() + "/fw.bin";
+        QVERIFY(writeFile(file, data));
+        const auto run = [](std::vector<std::string> args, int code, const CliContext& context = {}) {
+            std::ostringstream out, err;
+            [&] { QCOMPARE(runCli(args, out, err, context), code); }();
+            return std::pair(QString::fromStdString(out.str()), QString::fromStdString(err.str()));
+        };
+        auto [out, err] = run({"identify", "--all", "--json"}, 0);
+        QCOMPARE(out.count('\n'), 3);
+        QVERIFY2(out.startsWith("{\"halfWritten\":false,\"ok\":true,\"outcome\":\"CHECKSUMME OK - VERBUNDEN!\",\"port\":4,"), qPrintable(out));
+        QVERIFY2(out.contains("\"port\":9,\"seconds\":") && out.endsWith(",\"serial\":\"1A2B3C09\"}\n"), qPrintable(out));
+
+        ports.at(7).setBootFaults({.silentFromBlock = 100});
+        std::tie(out, err) = run({"flash-firmware", file.toStdString(), "--port", "9,4", "--port", "7"}, 1);
+        const QStringList table = out.split('\n', Qt::SkipEmptyParts);
+        QCOMPARE(table.size(), 4);
+        QCOMPARE(table[0], "Port  Seriennummer  Ergebnis               Zeit");
+        QVERIFY2(QRegularExpression("^   4  1A2B3C04      Erfolgreich geflasht!  \\d+,\\d s$").match(table[1]).hasMatch(), qPrintable(out));
+        QVERIFY2(QRegularExpression("^   7  1A2B3C07      Retry error!           \\d+,\\d s$").match(table[2]).hasMatch(), qPrintable(out));
+        QVERIFY2(err.contains(QRegularExpression("\nPort  7  1A2B3C07   [ \\d]\\d %  Blöcke gesamt: 313\n")) && !err.contains('\x1b'),
+                 qPrintable(err));
+        QVERIFY2(err.endsWith("\n3 Controller: 2 erfolgreich, 1 fehlgeschlagen\n"
+                              "Möglicherweise halb beschrieben, bitte erneut übertragen: Port 7 (1A2B3C07)\n"), qPrintable(err));
+        for (const int n : {4, 9})
+            QCOMPARE(ports.at(n).receivedImage(), transferImageOf(Bytes(data.begin(), data.end())));
+        QCOMPARE(readHistory(ports.home(), "1A2B3C07").front().outcome, "Retry error!");
+
+        CliStop stop;
+        std::atomic<bool> returned = false;
+        std::thread ctrlC([&] {
+            while (!returned && (ports.at(9).transferComplete() || ports.at(9).blocksAccepted() < 30))
+                QThread::msleep(2);
+            stop.requested = true;
+        });
+        std::tie(out, err) = run({"flash-firmware", file.toStdString(), "--port", "4,9"}, 1, {.columns = 40, .stop = &stop});
+        returned = true;
+        ctrlC.join();
+        QVERIFY2(out.contains("   4  1A2B3C04      abgebrochen (Strg+C)  ") && out.contains("   9  1A2B3C09      abgebrochen (Strg+C)  "), qPrintable(out));
+        QVERIFY2(err.contains("\x1b[2A\r\x1b[2KPort  4  1A2B3C04   ") && err.endsWith(": Port 4 (1A2B3C04), Port 9 (1A2B3C09)\n"
+                                                                              "Abgebrochen: keine neue Übertragung gestartet, alle Ports geschlossen.\n"),
+                 qPrintable(err));
+        for (const QString& line : err.split("\x1b[2K").mid(1))
+            QVERIFY2(line.indexOf('\n') < 40, qPrintable(line));
+        QVERIFY(!ports.at(4).transferComplete() && !ports.at(9).transferComplete());
     }
 };
 

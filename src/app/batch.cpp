@@ -111,6 +111,8 @@ struct Outcome {
 
 Outcome runJob(const BatchSpec& spec, StoppableLink& link, RowReporter& reporter)
 {
+    // A job the stop request ended says so, whatever its last step was.
+    const auto failed = [&](const std::string& text) { return Outcome{link.stopped() ? kBatchStopped : text}; };
     const Identified id = identifyAndKeep(link, reporter, spec.folder);
     const ConnectResult& r = id.r;
     if (r.connected())
@@ -118,16 +120,16 @@ Outcome runJob(const BatchSpec& spec, StoppableLink& link, RowReporter& reporter
     if (spec.job == BatchJob::Identify) {
         if (!r.connected()) {
             const std::string why = linkFailureText(link);
-            return {r.finalStatus + (why.empty() ? "" : " (" + why + ")")};
+            return failed(r.finalStatus + (why.empty() ? "" : " (" + why + ")"));
         }
         if (id.imageNotSaved)
-            return {"Abbild konnte nicht gespeichert werden: " + spec.folder + "/" + r.serial + ".eep"};
+            return failed("Abbild konnte nicht gespeichert werden: " + spec.folder + "/" + r.serial + ".eep");
         return {r.finalStatus + (id.historyProblem.empty() ? "" : "; " + historyProblemLine(id.historyProblem)), true};
     }
     // A port that would not open is not tried again; a controller that did not answer may be
     // one whose firmware is broken and whose bootloader still answers.
     if (r.outcome == ConnectOutcome::PortFailed)
-        return {connectProblemText(r)};
+        return failed(connectProblemText(r));
 
     const bool firmware = spec.job == BatchJob::Firmware;
     TransferParams params = firmware ? TransferParams::firmware() : TransferParams::configuration();
@@ -146,8 +148,8 @@ Outcome runJob(const BatchSpec& spec, StoppableLink& link, RowReporter& reporter
     // mode's words say it.
     if (outcome == TransferOutcome::HandshakeTimedOut)
         o.text = "Handshake fehlgeschlagen!";
-    if (!o.ok && link.stopped())
-        o.text = kBatchStopped;
+    if (!o.ok)
+        o = failed(o.text);
     if (r.connected())
         if (const std::string why = recordJob(spec.folder, r.serial, firmware ? kEventFirmware : kEventUpload,
                                               spec.file, factsOf(r).firmware, o.text);
@@ -174,7 +176,7 @@ void runOnPort(const BatchSpec& spec, std::size_t index, Shared& shared, const s
     std::lock_guard lock(shared.mutex);
     BatchRow& row = shared.rows[index];
     row.ok = o.ok;
-    row.state = !o.ok && stop ? kBatchStopped : o.text;
+    row.state = o.text;
     row.halfWritten = row.halfWritten && !o.ok;
     row.seconds = std::chrono::duration<double>(Clock::now() - start).count();
     row.done = true;

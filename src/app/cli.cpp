@@ -329,6 +329,7 @@ int cmdBatch(BatchJob job, const PortSelection& selection, const CliContext& con
         spec.image = *image;
     }
     if (selection.all) {
+        err << "Suche Controller an allen Ports...\n";
         for (const ScanEntry& e : scanMachinePorts().entries)
             if (e.firmware > 0)
                 spec.ports.push_back(e.port);
@@ -337,8 +338,8 @@ int cmdBatch(BatchJob job, const PortSelection& selection, const CliContext& con
             return 1;
         }
     }
-    CliStop unused;
-    CliStop& stop = context.stop ? *context.stop : unused;
+    CliStop noSignal;
+    CliStop& stop = context.stop ? *context.stop : noSignal;
     stop.armed = true;
     LiveLines live(err, context.columns);
     const std::vector<BatchRow> rows = runBatch(spec, stop.requested, std::ref(live));

@@ -1,5 +1,6 @@
 #include "editor/demo_catalogue.h"
 
+#include "platform/program_folder.h"
 #include "util/runtime_error.h"
 
 #include <QCoreApplication>
@@ -10,6 +11,10 @@ namespace veltro {
 
 std::string demoCatalogueDir()
 {
+    if (QCoreApplication::instance())
+        if (const std::string installed = installedDataFolder(QCoreApplication::applicationDirPath().toStdString());
+            !installed.empty())
+            return installed + "/demo";
 #ifdef VELTRO_DEMO_DATA_DIR
     if (std::filesystem::is_directory(VELTRO_DEMO_DATA_DIR))
         return VELTRO_DEMO_DATA_DIR;

@@ -4,8 +4,8 @@
 
 namespace veltro {
 
-// Folder of the sample catalogue: the source tree's data/demo when it is there, else a
-// "demo-data" folder beside the executable.
+// Folder of the sample catalogue: an installed tool's share/veltro/demo, else the source tree's
+// data/demo when it is there, else a "demo-data" folder beside the executable.
 std::string demoCatalogueDir();
 
 // Copies the regular files of sourceDir into programDir (created when missing), leaving files

@@ -1,11 +1,15 @@
 // The links to devices and servers: why a serial port could not be opened, in the words the
 // windows show; the socket's state numbers, as a table of what Qt reports and with a real
-// client against real servers on 127.0.0.1.
+// client against real servers on 127.0.0.1. And where the program folder is.
+#include "platform/program_folder.h"
 #include "platform/qt_serial_link.h"
+#include "platform/serial_rights.h"
 #include "platform/tcp_client.h"
 
 #include <QTcpServer>
 #include <QTcpSocket>
+#include <QDir>
+#include <QTemporaryDir>
 #include <QTest>
 
 
@@ -20,6 +24,30 @@ using E = QSerialPort;
 class TestLinks : public QObject {
     Q_OBJECT
 private slots:
+    // A build tree's executable keeps its files beside it; an installed one (bin/ beside
+    // share/veltro/) in the user's data folder; VELTRO_HOME wins over both. Only a user outside
+    // an existing dialout group is told how to get the serial ports.
+    void installedTool()
+    {
+        QTemporaryDir root;
+        QVERIFY(QDir(root.path()).mkpath("usr/bin") && QDir(root.path()).mkpath("build/src/app"));
+        const std::string bin = root.path().toStdString() + "/usr/bin";
+        const std::string build = root.path().toStdString() + "/build/src/app";
+        QCOMPARE(programFolderFor(bin, nullptr, "/home/u/.local/share"), bin);
+        QVERIFY(QDir(root.path()).mkpath("usr/share/veltro"));
+        QCOMPARE(programFolderFor(bin, nullptr, "/home/u/.local/share"), "/home/u/.local/share/veltro");
+        QCOMPARE(installedDataFolder(bin), root.path().toStdString() + "/usr/share/veltro");
+        QCOMPARE(programFolderFor(bin, "", "/home/u/.local/share"), "/home/u/.local/share/veltro");
+        QCOMPARE(programFolderFor(bin, "/tmp/bench//", "/home/u/.local/share"), "/tmp/bench");
+        QCOMPARE(programFolderFor(build, nullptr, "/home/u/.local/share"), build);
+        QCOMPARE(installedDataFolder(build), std::string());
+
+        QVERIFY(serialRightsNote(1000, {100}, 20, "anna").find("\nsudo usermod -aG dialout anna\n") != std::string::npos);
+        QCOMPARE(serialRightsNote(0, {0}, 20, "root") + serialRightsNote(1000, {100, 20}, 20, "anna")
+                     + serialRightsNote(1000, {100}, -1, "anna"),
+                 std::string());
+    }
+
     // The reason comes from the error the open itself met. The device is not opened a second
     // time to find out: some controllers reset when their line is opened.
     void openFailure_data()

@@ -179,7 +179,6 @@ void runOnPort(const BatchSpec& spec, std::size_t index, Shared& shared, const s
     row.state = o.text;
     row.halfWritten = row.halfWritten && !o.ok;
     row.seconds = std::chrono::duration<double>(Clock::now() - start).count();
-    row.done = true;
     --shared.running;
     shared.ended.notify_all();
 }

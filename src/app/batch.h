@@ -21,7 +21,6 @@ struct BatchRow {
     std::string serial;   // empty while unknown (not yet identified, or no answer)
     int percent = -1;     // -1 until the blocks go out
     std::string state;    // the job's latest line; when done, its outcome as the window words it
-    bool done = false;
     bool ok = false;
     bool halfWritten = false;  // the bootloader took the handshake, but the transfer did not finish
     double seconds = 0;        // from the job's start to its end

@@ -21,7 +21,8 @@ Identified identifyAndKeep(SerialLink& link, Reporter& reporter, const std::stri
     id.r = runConnect(link, reporter);
     if (id.r.currentLayout) {
         id.r.savedFile = saveImageFile(folder, id.r.serial, id.r.image);
-        id.imageNotSaved = id.r.savedFile.empty();
+        if (id.r.savedFile.empty())
+            id.imageProblem = "Abbild konnte nicht gespeichert werden: " + folder + "/" + id.r.serial + ".eep";
         id.historyProblem = keepImage(folder, id.r.serial, id.r.image, factsOf(id.r));
     }
     return id;
@@ -109,21 +110,21 @@ struct Outcome {
     bool ok = false;
 };
 
-Outcome runJob(const BatchSpec& spec, StoppableLink& link, RowReporter& reporter)
+Outcome runJob(const BatchWork& work, StoppableLink& link, RowReporter& reporter)
 {
     // A job the stop request ended says so, whatever its last step was.
     const auto failed = [&](const std::string& text) { return Outcome{link.stopped() ? kBatchStopped : text}; };
-    const Identified id = identifyAndKeep(link, reporter, spec.folder);
+    const Identified id = identifyAndKeep(link, reporter, work.folder);
     const ConnectResult& r = id.r;
     if (r.connected())
         reporter.change([&](BatchRow& row) { row.serial = r.serial; });
-    if (spec.job == BatchJob::Identify) {
+    if (work.job == BatchJob::Identify) {
         if (!r.connected()) {
             const std::string why = linkFailureText(link);
             return failed(r.finalStatus + (why.empty() ? "" : " (" + why + ")"));
         }
-        if (id.imageNotSaved)
-            return failed("Abbild konnte nicht gespeichert werden: " + spec.folder + "/" + r.serial + ".eep");
+        if (!id.imageProblem.empty())
+            return failed(id.imageProblem);
         return {r.finalStatus + (id.historyProblem.empty() ? "" : "; " + historyProblemLine(id.historyProblem)), true};
     }
     // A port that would not open is not tried again; a controller that did not answer may be
@@ -131,7 +132,7 @@ Outcome runJob(const BatchSpec& spec, StoppableLink& link, RowReporter& reporter
     if (r.outcome == ConnectOutcome::PortFailed)
         return failed(connectProblemText(r));
 
-    const bool firmware = spec.job == BatchJob::Firmware;
+    const bool firmware = work.job == BatchJob::Firmware;
     TransferParams params = firmware ? TransferParams::firmware() : TransferParams::configuration();
     params.progress = [&](int block, int count) {
         reporter.change([&](BatchRow& row) {
@@ -141,7 +142,7 @@ Outcome runJob(const BatchSpec& spec, StoppableLink& link, RowReporter& reporter
     };
     reporter.transferring = true;
     reporter.change([](BatchRow& row) { row.state.clear(); });
-    const TransferOutcome outcome = runTransfer(link, spec.image, params, reporter);
+    const TransferOutcome outcome = runTransfer(link, work.image, params, reporter);
     Outcome o{{}, outcome == TransferOutcome::Success};
     reporter.change([&](BatchRow& row) { o.text = row.state; });
     // The firmware mode says nothing when the bootloader never got ready; the configuration
@@ -151,23 +152,23 @@ Outcome runJob(const BatchSpec& spec, StoppableLink& link, RowReporter& reporter
     if (!o.ok)
         o = failed(o.text);
     if (r.connected())
-        if (const std::string why = recordJob(spec.folder, r.serial, firmware ? kEventFirmware : kEventUpload,
-                                              spec.file, factsOf(r).firmware, o.text);
+        if (const std::string why = recordJob(work.folder, r.serial, firmware ? kEventFirmware : kEventUpload,
+                                              work.file, factsOf(r).firmware, o.text);
             !why.empty())
             o.text += "; " + historyProblemLine(why);
     return o;
 }
 
-void runOnPort(const BatchSpec& spec, std::size_t index, Shared& shared, const std::atomic<bool>& stop)
+void runOnPort(const BatchWork& work, std::size_t index, Shared& shared, const std::atomic<bool>& stop)
 {
     const auto start = Clock::now();
     RowReporter reporter(shared, index);
     Outcome o;
     try {
         // Made on this thread: the port lives and dies with the job.
-        const auto port = PortSerialLinkFactory().create(spec.ports[index]);
+        const auto port = PortSerialLinkFactory().create(work.ports[index]);
         StoppableLink link(*port, stop);
-        o = runJob(spec, link, reporter);
+        o = runJob(work, link, reporter);
     } catch (const RuntimeError& e) {
         o.text = e.text();
     } catch (const std::exception& e) {
@@ -185,17 +186,17 @@ void runOnPort(const BatchSpec& spec, std::size_t index, Shared& shared, const s
 
 } // namespace
 
-std::vector<BatchRow> runBatch(const BatchSpec& spec, const std::atomic<bool>& stop,
+std::vector<BatchRow> runBatch(const BatchWork& work, const std::atomic<bool>& stop,
                                const std::function<void(const std::vector<BatchRow>&)>& show)
 {
     Shared shared;
-    for (const int port : spec.ports)
+    for (const int port : work.ports)
         shared.rows.push_back({.port = port, .state = "wartet"});
-    shared.running = spec.ports.size();
+    shared.running = work.ports.size();
     // QThreads, not bare threads: the serial port's notifiers need a Qt thread.
     std::vector<std::unique_ptr<QThread>> threads;
-    for (std::size_t i = 0; i < spec.ports.size(); ++i) {
-        threads.emplace_back(QThread::create([&spec, &shared, &stop, i] { runOnPort(spec, i, shared, stop); }));
+    for (std::size_t i = 0; i < work.ports.size(); ++i) {
+        threads.emplace_back(QThread::create([&work, &shared, &stop, i] { runOnPort(work, i, shared, stop); }));
         threads.back()->start();
     }
     std::vector<BatchRow> rows;

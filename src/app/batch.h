@@ -29,7 +29,7 @@ struct BatchRow {
 // The outcome of a job that the stop request ended.
 inline constexpr char kBatchStopped[] = "abgebrochen (Strg+C)";
 
-struct BatchSpec {
+struct BatchWork {
     BatchJob job = BatchJob::Identify;
     std::vector<int> ports;
     Bytes image;          // the transfer image, for firmware and configuration
@@ -38,12 +38,12 @@ struct BatchSpec {
 };
 
 // Connects and identifies, and keeps what was read: the image as folder/serial.eep and in the
-// service history. `imageNotSaved` when serial.eep could not be written; `historyProblem`
-// when the history could not (the identify still counts).
+// service history. `imageProblem` says that serial.eep could not be written (the identify
+// failed); `historyProblem` that the history could not (the identify still counts).
 struct Identified {
     ConnectResult r;
     std::string historyProblem;
-    bool imageNotSaved = false;
+    std::string imageProblem;
 };
 Identified identifyAndKeep(SerialLink& link, Reporter& reporter, const std::string& folder);
 
@@ -51,8 +51,8 @@ Identified identifyAndKeep(SerialLink& link, Reporter& reporter, const std::stri
 // runs the transfer; a controller that does not identify is still tried, as a half-written
 // one may only answer its bootloader. `show` is called on the calling thread while the jobs
 // run and once when all have ended. Setting `stop` ends every job at its next wait: no new
-// step starts, each port is closed. Returns the rows in the order of spec.ports.
-std::vector<BatchRow> runBatch(const BatchSpec& spec, const std::atomic<bool>& stop,
+// step starts, each port is closed. Returns the rows in the order of work.ports.
+std::vector<BatchRow> runBatch(const BatchWork& work, const std::atomic<bool>& stop,
                                const std::function<void(const std::vector<BatchRow>&)>& show);
 
 // One row as a status line: "Port  6  1A2B3C4D   42 %  Handshake abgeschlossen".

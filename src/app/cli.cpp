@@ -126,8 +126,8 @@ int cmdIdentify(int port, std::ostream& out, std::ostream& err)
     err << r.finalStatus << '\n';
     if (!id.historyProblem.empty())
         err << historyProblemLine(id.historyProblem) << '\n';
-    if (id.imageNotSaved) {
-        err << "Abbild konnte nicht gespeichert werden: " << programFolder() << "/" << r.serial << ".eep\n";
+    if (!id.imageProblem.empty()) {
+        err << id.imageProblem << '\n';
         return 1;
     }
     if (!r.savedFile.empty())
@@ -320,20 +320,20 @@ void printJson(const std::vector<BatchRow>& rows, std::ostream& out)
 int cmdBatch(BatchJob job, const PortSelection& selection, const CliContext& context, std::ostream& out,
              std::ostream& err)
 {
-    BatchSpec spec{.job = job, .ports = selection.ports, .folder = programFolder()};
+    BatchWork work{.job = job, .ports = selection.ports, .folder = programFolder()};
     if (job != BatchJob::Identify) {
-        spec.file = selection.files.front();
-        const auto image = checkedImage(job == BatchJob::Firmware, spec.file, err);
+        work.file = selection.files.front();
+        const auto image = checkedImage(job == BatchJob::Firmware, work.file, err);
         if (!image)
             return 1;
-        spec.image = *image;
+        work.image = *image;
     }
     if (selection.all) {
         err << "Suche Controller an allen Ports...\n";
         for (const ScanEntry& e : scanMachinePorts().entries)
             if (e.firmware > 0)
-                spec.ports.push_back(e.port);
-        if (spec.ports.empty()) {
+                work.ports.push_back(e.port);
+        if (work.ports.empty()) {
             err << "kein Controller gefunden\n";
             return 1;
         }
@@ -342,7 +342,7 @@ int cmdBatch(BatchJob job, const PortSelection& selection, const CliContext& con
     CliStop& stop = context.stop ? *context.stop : noSignal;
     stop.armed = true;
     LiveLines live(err, context.columns);
-    const std::vector<BatchRow> rows = runBatch(spec, stop.requested, std::ref(live));
+    const std::vector<BatchRow> rows = runBatch(work, stop.requested, std::ref(live));
     stop.armed = false;
 
     if (selection.json)
